@@ -1,0 +1,7 @@
+/* Umbrella header: every public part of libkv. */
+#ifndef LIBKV_LIBKV_H
+#define LIBKV_LIBKV_H
+
+#include <libkv/foundation.h>
+
+#endif

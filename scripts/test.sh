@@ -1,0 +1,18 @@
+#!/bin/sh
+# Builds libkv twice, plain and with the address and undefined-behaviour
+# sanitizers, and runs the whole test suite on both builds.
+set -eu
+cd "$(dirname "$0")/.."
+sh scripts/setup.sh
+
+run_suite() {
+    dir=$1
+    shift
+    [ -f "$dir/build.ninja" ] || meson setup "$dir" "$@" >/dev/null
+    meson compile -C "$dir"
+    meson test -C "$dir" --print-errorlogs --num-processes 2
+}
+
+run_suite build
+ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
+    run_suite build-sanitize -Db_sanitize=address,undefined

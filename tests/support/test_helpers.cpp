@@ -1,0 +1,65 @@
+#include "test_helpers.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace kv::test
+{
+
+std::optional<std::string> read_text(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+    {
+        return std::nullopt;
+    }
+    std::ostringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+void make_dirs(const std::string& path)
+{
+    std::filesystem::create_directories(path);
+}
+
+void write_text(const std::string& path, std::string_view content)
+{
+    const auto parent = std::filesystem::path(path).parent_path();
+    if (!parent.empty())
+    {
+        make_dirs(parent);
+    }
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(content.data(), static_cast<std::streamsize>(content.size()));
+    if (!out)
+    {
+        throw std::runtime_error("cannot write " + path);
+    }
+}
+
+int exit_status_of(const std::function<int()>& body)
+{
+    const pid_t pid = ::fork();
+    if (pid < 0)
+    {
+        throw std::runtime_error("fork failed");
+    }
+    if (pid == 0)
+    {
+        std::_Exit(body());
+    }
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0)
+    {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+} // namespace kv::test

@@ -1,1 +1,142 @@
-// placeholder
+// Classified persistent log: one live file per log type, archived to the SD
+// card and restarted once it reaches 4 MiB.
+#include "foundation/resources.h"
+
+#include <libkv/foundation.h>
+
+#include <cstdio>
+#include <ctime>
+
+extern "C"
+{
+char log_path[KV_LOG_TYPES][64] = {
+    "/run/BMCInfo/Development/Log/bmc/log_error",
+    "/run/BMCInfo/Development/Log/bmc/log_warn",
+    "/run/BMCInfo/Development/Log/bmc/log_info",
+    "/run/BMCInfo/Development/Log/bmc/log_debug",
+    "/var/BMCInfo/Development/Log/bmc/sel_extra",
+    "/var/BMCInfo/Development/Log/bmc/log_action",
+};
+
+char nv_log_path[KV_LOG_TYPES][64] = {
+    "/media/card/BMCInfo/Development/Log/bmc/log_error",
+    "/media/card/BMCInfo/Development/Log/bmc/log_warn",
+    "/media/card/BMCInfo/Development/Log/bmc/log_info",
+    "/media/card/BMCInfo/Development/Log/bmc/log_debug",
+    "/media/card/BMCInfo/Development/Log/bmc/sel_extra",
+    "/media/card/BMCInfo/Development/Log/bmc/log_action",
+};
+
+} // extern "C"
+
+namespace
+{
+
+using kv::detail::UniqueFile;
+
+constexpr long kArchiveThreshold = 4L * 1024 * 1024;
+constexpr const char* kCardMount = "/media/card";
+constexpr const char* kDebugGate = "/tmp/debug.log";
+
+bool valid_type(int type)
+{
+    return type >= 0 && type < KV_LOG_TYPES;
+}
+
+// The raw broken-down fields, as the archives on existing cards are named:
+// years since 1900 and months from 0 ("_126-10-15_11-33-4").
+void archive_name(int type, char (&name)[256])
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    if (localtime_r(&now, &local) == nullptr)
+    {
+        std::snprintf(name, sizeof name, "%s_unknow", nv_log_path[type]);
+        return;
+    }
+    std::snprintf(name, sizeof name, "%s_%d-%d-%d_%d-%d-%d", nv_log_path[type],
+                  local.tm_year, local.tm_mon, local.tm_mday, local.tm_hour,
+                  local.tm_min, local.tm_sec);
+}
+
+void append_whole_file(std::FILE* from, std::FILE* to)
+{
+    std::rewind(from);
+    char chunk[4096];
+    size_t n = 0;
+    while ((n = std::fread(chunk, 1, sizeof chunk, from)) > 0)
+    {
+        std::fwrite(chunk, 1, n, to);
+    }
+}
+
+} // namespace
+
+// A type outside the tables is refused like a file that cannot be read.
+extern "C" int save_log_to_nv_storage(int type, const char* path)
+{
+    if (!valid_type(type))
+    {
+        return -1;
+    }
+    UniqueFile live = kv::detail::open_file(path, "r");
+    if (!live)
+    {
+        std::printf("%s: open file [%s] fail \n", "save_log_to_nv_storage",
+                    path);
+        return -1;
+    }
+    if (std::fseek(live.get(), 0, SEEK_END) != 0 ||
+        std::ftell(live.get()) < kArchiveThreshold)
+    {
+        return 0;
+    }
+    if (file_existed(kCardMount))
+    {
+        char name[256];
+        archive_name(type, name);
+        if (UniqueFile archive = kv::detail::open_file(name, "a"))
+        {
+            append_whole_file(live.get(), archive.get());
+        }
+    }
+    else
+    {
+        std::printf(
+            "%s: SD do not present,but the file[%s] length out of space\n",
+            "save_log_to_nv_storage", path);
+    }
+    return 1;
+}
+
+extern "C" int log_call(int type, const char* format, ...)
+{
+    if (!valid_type(type))
+    {
+        std::printf("%s: invalid log type[%d] \n", "log_call", type);
+        return -1;
+    }
+    if (type == KV_LOG_DEBUG && !file_existed(kDebugGate))
+    {
+        return 0;
+    }
+
+    char message[1024];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(message, sizeof message, format, args);
+    va_end(args);
+
+    const char* mode =
+        save_log_to_nv_storage(type, log_path[type]) == 1 ? "w" : "a";
+    UniqueFile live = kv::detail::open_file(log_path[type], mode);
+    if (!live)
+    {
+        return -1;
+    }
+    char stamp[64];
+    get_timestamp_string(stamp);
+    std::fprintf(live.get(), "%s-%s\n", stamp, message);
+    std::fflush(live.get());
+    return 0;
+}

@@ -1,1 +1,66 @@
-// placeholder
+// Plain trace (/tmp/log) and raw trace (/tmp/log-bmc). Every message opens,
+// appends and closes, so several processes can share one file.
+#include "foundation/trace_log.h"
+
+#include <libkv/foundation.h>
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <ctime>
+
+namespace kv::detail
+{
+
+TraceTimestamp::TraceTimestamp()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    if (localtime_r(&now, &local) == nullptr ||
+        std::strftime(text, sizeof text, "%y-%m-%d %H:%M:%S", &local) == 0)
+    {
+        std::snprintf(text, sizeof text, "%d", static_cast<int>(now));
+    }
+}
+
+} // namespace kv::detail
+
+extern "C" int veldmarkeLog(const char* format, va_list args)
+{
+    char message[1024];
+    std::vsnprintf(message, sizeof message, format, args);
+
+    std::FILE* log = std::fopen(kv::detail::kTraceLogPath, "a");
+    if (log == nullptr)
+    {
+        return -1;
+    }
+    const kv::detail::TraceTimestamp stamp;
+    std::fprintf(log, "[%d] %s %s\n", static_cast<int>(getpid()), stamp.text,
+                 message);
+    return std::fclose(log);
+}
+
+extern "C" int veldmarke_log(const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    const int result = veldmarkeLog(format, args);
+    va_end(args);
+    return result;
+}
+
+extern "C" int plog(const char* format, ...)
+{
+    std::FILE* log = std::fopen("/tmp/log-bmc", "a");
+    if (log == nullptr)
+    {
+        return -1;
+    }
+    va_list args;
+    va_start(args, format);
+    std::vfprintf(log, format, args);
+    va_end(args);
+    std::fflush(log);
+    return std::fclose(log);
+}

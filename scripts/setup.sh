@@ -15,9 +15,7 @@ libcurl4-openssl-dev
 googletest
 libgtest-dev
 libgmock-dev
-clang-format
-util-linux
-procps
+sysvinit-utils
 "
 
 missing=""

@@ -6,6 +6,7 @@
 #define LIBKV_FOUNDATION_H
 
 #include <libkv/export.h>
+
 #include <semaphore.h>
 #include <stdarg.h>
 #include <stddef.h>
@@ -231,11 +232,10 @@ KV_EXPORT int _kv_warn(const char* format, ...)
     __attribute__((format(printf, 1, 2)));
 /* _kv_warn(format, basename(file), line, text1, text2). */
 KV_EXPORT void _kv_warn_message(const char* format, const char* text1,
-                                const char* text2, const char* file,
-                                int line);
+                                const char* text2, const char* file, int line);
 KV_EXPORT void _kv_warn_return_if_fail(const char* function,
-                                       const char* expression,
-                                       const char* file, int line);
+                                       const char* expression, const char* file,
+                                       int line);
 KV_EXPORT unsigned _kv_real_assert(unsigned condition, const char* expression,
                                    const char* file, int line,
                                    const char* function);

@@ -1,1 +1,242 @@
+// The three file channels: plain trace, raw trace and the classified log
+// with its 4 MiB archive step.
+#include "test_helpers.h"
+
+#include <libkv/foundation.h>
+
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <ctime>
+#include <filesystem>
+#include <string>
+
+namespace
+{
+
+using kv::test::make_dirs;
+using kv::test::read_text;
+using kv::test::write_text;
+using testing::MatchesRegex;
+
+constexpr size_t kArchiveThreshold = 4194304;
+const std::string kErrorLog = "/run/BMCInfo/Development/Log/bmc/log_error";
+const std::string kArchiveDir = "/media/card/BMCInfo/Development/Log/bmc";
+
+std::string pid_text()
+{
+    return std::to_string(getpid());
+}
+
+// Runs `call` with standard output captured and returns what it printed.
+template <typename Call>
+std::string stdout_of(Call call)
+{
+    testing::internal::CaptureStdout();
+    call();
+    std::fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+}
+
+void make_log_dirs()
+{
+    make_dirs("/run/BMCInfo/Development/Log/bmc");
+    make_dirs("/var/BMCInfo/Development/Log/bmc");
+}
+
+TEST(PlainTrace, OneStampedLinePerMessageCutAt1023)
+{
+    veldmarke_log("user %s refused", "bob");
+    veldmarke_log("ends in newline\n");
+    veldmarke_log("%s", std::string(2000, 'a').c_str());
+
+    const std::string stamp = R"([0-9-]{8} [0-9:]{8})";
+    const std::string prefix = R"(\[)" + pid_text() + R"(\] )" + stamp + " ";
+    const auto log = read_text("/tmp/log");
+    ASSERT_TRUE(log);
+    EXPECT_THAT(*log, testing::ContainsRegex(
+                          "^" + prefix + "user bob refused\n" + prefix +
+                          "ends in newline\n\n" + prefix + "a+\n$"));
+    EXPECT_NE(log->find(std::string(1023, 'a') + "\n"), std::string::npos);
+    EXPECT_EQ(log->find(std::string(1024, 'a')), std::string::npos);
+}
+
+TEST(RawTrace, WritesExactlyWhatWasFormattedAndWhole)
+{
+    const std::string long_text(3000, 'b');
+    plog("lock %s", "taken");
+    plog("%s|", long_text.c_str());
+    EXPECT_EQ(read_text("/tmp/log-bmc"), "lock taken" + long_text + "|");
+}
+
+TEST(ClassifiedLog, LineIsCtimeTextDashMessageInTheTypesFile)
+{
+    make_log_dirs();
+    // The first line of a type reports the missing file, then creates it.
+    const std::string out = stdout_of([] {
+        log_call(KV_LOG_ERROR, "i2c rw data failed bus=%u. %s:%d %s", 3u, "i2c",
+                 12, "f");
+    });
+    EXPECT_EQ(out,
+              "save_log_to_nv_storage: open file [" + kErrorLog + "] fail \n");
+    log_call(KV_LOG_ACTION, "%s", std::string(1500, 'c').c_str());
+
+    const std::string ctime_text =
+        R"([A-Z][a-z][a-z] [A-Z][a-z][a-z] [ 0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9] [0-9]{4})";
+    EXPECT_THAT(
+        read_text(kErrorLog).value_or(""),
+        MatchesRegex(ctime_text + "-i2c rw data failed bus=3. i2c:12 f\n"));
+    EXPECT_THAT(read_text(log_path[KV_LOG_ACTION]).value_or(""),
+                MatchesRegex(ctime_text + "-c+\n"));
+    EXPECT_EQ(read_text(log_path[KV_LOG_ACTION])
+                  .value_or("")
+                  .find(std::string(1023, 'c') + "\n"),
+              25u);
+    EXPECT_STREQ(log_path[KV_LOG_ACTION],
+                 "/var/BMCInfo/Development/Log/bmc/log_action");
+}
+
+TEST(ClassifiedLog, InvalidTypesAreRefusedAndWriteNothing)
+{
+    make_log_dirs();
+    EXPECT_EQ(stdout_of([] { log_call(6, "x"); }),
+              "log_call: invalid log type[6] \n");
+    EXPECT_EQ(stdout_of([] { log_call(-1, "x"); }),
+              "log_call: invalid log type[-1] \n");
+    EXPECT_TRUE(std::filesystem::is_empty("/run/BMCInfo/Development/Log/bmc"));
+    EXPECT_TRUE(std::filesystem::is_empty("/var/BMCInfo/Development/Log/bmc"));
+}
+
+TEST(ClassifiedLog, DebugLinesNeedTheGateFileAndObeyItAtOnce)
+{
+    make_log_dirs();
+    const std::string debug_log = log_path[KV_LOG_DEBUG];
+    log_call(KV_LOG_DEBUG, "hidden");
+    EXPECT_FALSE(read_text(debug_log));
+
+    write_text("/tmp/debug.log", "");
+    stdout_of([] { log_call(KV_LOG_DEBUG, "shown"); });
+    unlink("/tmp/debug.log");
+    log_call(KV_LOG_DEBUG, "hidden again");
+
+    const auto log = read_text(debug_log);
+    ASSERT_TRUE(log);
+    EXPECT_THAT(*log, MatchesRegex(".*-shown\n"));
+}
+
+std::string filled(size_t size)
+{
+    std::string content(size, 'x');
+    for (size_t i = 0; i < size; i += 100)
+    {
+        content[i] = static_cast<char>('0' + (i / 100) % 10);
+    }
+    return content;
+}
+
+std::string expected_archive(const std::tm& t)
+{
+    return kArchiveDir + "/log_error_" + std::to_string(t.tm_year) + "-" +
+           std::to_string(t.tm_mon) + "-" + std::to_string(t.tm_mday) + "_" +
+           std::to_string(t.tm_hour) + "-" + std::to_string(t.tm_min) + "-" +
+           std::to_string(t.tm_sec);
+}
+
+std::tm local_time(std::time_t when)
+{
+    std::tm t{};
+    localtime_r(&when, &t);
+    return t;
+}
+
+std::tm local_now()
+{
+    return local_time(std::time(nullptr));
+}
+
+TEST(ClassifiedLog, FileJustBelowFourMebibytesKeepsGrowing)
+{
+    make_log_dirs();
+    make_dirs(kArchiveDir);
+    write_text(kErrorLog, filled(kArchiveThreshold - 1));
+
+    EXPECT_EQ(save_log_to_nv_storage(KV_LOG_ERROR, kErrorLog.c_str()), 0);
+    log_call(KV_LOG_ERROR, "next");
+
+    EXPECT_GT(read_text(kErrorLog).value_or("").size(), kArchiveThreshold);
+    EXPECT_TRUE(std::filesystem::is_empty(kArchiveDir));
+}
+
+TEST(ClassifiedLog, FullFileIsArchivedByteForByteAndRestarted)
+{
+    make_log_dirs();
+    make_dirs(kArchiveDir);
+    const std::string history = filled(kArchiveThreshold);
+    write_text(kErrorLog, history);
+
+    const std::tm before = local_now();
+    log_call(KV_LOG_ERROR, "first of the new file");
+    const std::tm after = local_now();
+
+    EXPECT_THAT(read_text(kErrorLog).value_or(""),
+                MatchesRegex(".*-first of the new file\n"));
+    auto archive = read_text(expected_archive(before));
+    if (!archive)
+    {
+        archive = read_text(expected_archive(after));
+    }
+    ASSERT_TRUE(archive) << "no archive named by the raw tm fields";
+    EXPECT_TRUE(*archive == history) << "archive differs from the live file";
+}
+
+TEST(ClassifiedLog, ArchiveOfTheSameSecondIsExtended)
+{
+    make_log_dirs();
+    make_dirs(kArchiveDir);
+    const std::string history = filled(kArchiveThreshold);
+    for (int attempt = 0; attempt < 3; ++attempt)
+    {
+        write_text(kErrorLog, history);
+        const std::time_t start = std::time(nullptr);
+        const std::string name = expected_archive(local_time(start));
+        write_text(name, "older archive\n");
+        EXPECT_EQ(save_log_to_nv_storage(KV_LOG_ERROR, kErrorLog.c_str()), 1);
+        if (std::time(nullptr) == start)
+        {
+            EXPECT_TRUE(read_text(name) == "older archive\n" + history);
+            return;
+        }
+        std::filesystem::remove_all(kArchiveDir);
+        make_dirs(kArchiveDir);
+    }
+    FAIL() << "the clock never stayed within one second";
+}
+
+TEST(ClassifiedLog, WithoutTheCardTheHistoryIsDropped)
+{
+    make_log_dirs();
+    write_text(kErrorLog, filled(kArchiveThreshold + 10));
+
+    const std::string out =
+        stdout_of([] { log_call(KV_LOG_ERROR, "after the drop"); });
+
+    EXPECT_EQ(out, "save_log_to_nv_storage: SD do not present,but the file[" +
+                       kErrorLog + "] length out of space\n");
+    EXPECT_THAT(read_text(kErrorLog).value_or(""),
+                MatchesRegex("[^\n]*-after the drop\n"));
+}
+
+TEST(ClassifiedLog, ArchiveStepResultCodes)
+{
+    EXPECT_EQ(stdout_of([] {
+                  EXPECT_EQ(save_log_to_nv_storage(0, "/run/nothing"), -1);
+              }),
+              "save_log_to_nv_storage: open file [/run/nothing] fail \n");
+    write_text("/run/small", "x");
+    EXPECT_EQ(save_log_to_nv_storage(0, "/run/small"), 0);
+    EXPECT_EQ(save_log_to_nv_storage(6, "/run/small"), -1);
+}
+
+} // namespace

@@ -45,8 +45,8 @@ void write_proc_file(const char* path, const std::string& text)
 
 void mount_tmpfs(const char* target, const char* options)
 {
-    if (::mount("kv-sandbox", target, "tmpfs", MS_NOSUID | MS_NODEV,
-                options) != 0)
+    if (::mount("kv-sandbox", target, "tmpfs", MS_NOSUID | MS_NODEV, options) !=
+        0)
     {
         die(std::string("cannot mount tmpfs on ") + target);
     }

@@ -3,12 +3,11 @@
 #include "sandbox.h"
 #include "test_helpers.h"
 
+#include <gtest/gtest.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <fstream>
 #include <map>
@@ -30,8 +29,7 @@ std::map<std::string, std::string> mounts()
         std::string id, parent, devno, root, point, field;
         fields >> id >> parent >> devno >> root >> point;
         while (fields >> field && field != "-")
-        {
-        }
+        {}
         std::string type;
         fields >> type;
         result[point] = type;
@@ -53,8 +51,8 @@ std::string ns_of(const std::string& pid, const char* kind)
 TEST(Sandbox, FixedPathsArePrivateFileSystems)
 {
     const auto table = mounts();
-    for (const char* path : {"/tmp", "/run", "/var", "/media", "/sys",
-                             "/dev/shm"})
+    for (const char* path :
+         {"/tmp", "/run", "/var", "/media", "/sys", "/dev/shm"})
     {
         ASSERT_TRUE(table.count(path)) << path << " is not a mount point";
         EXPECT_EQ(table.at(path), "tmpfs") << path;
@@ -94,10 +92,14 @@ TEST(Sandbox, EtcKeepsHostFilesAndTakesWrites)
 
 TEST(Sandbox, ResetLeavesNothingBehind)
 {
-    const char* files[] = {"/tmp/log", "/run/fifo/storage_w",
-                           "/var/lib/ipmi/nail.rc", "/media/card/sellog/x",
-                           "/sys/class/gpio/export", "/etc/user/rules",
-                           "/proc/self/net/bonding/bond0", "/dev/shm/sem.x"};
+    const char* files[] = {"/tmp/log",
+                           "/run/fifo/storage_w",
+                           "/var/lib/ipmi/nail.rc",
+                           "/media/card/sellog/x",
+                           "/sys/class/gpio/export",
+                           "/etc/user/rules",
+                           "/proc/self/net/bonding/bond0",
+                           "/dev/shm/sem.x"};
     for (const char* file : files)
     {
         kv::test::write_text(file, "x");

@@ -57,8 +57,7 @@ int exit_status_of(const std::function<int()>& body)
     }
     int status = 0;
     while (::waitpid(pid, &status, 0) < 0)
-    {
-    }
+    {}
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 

@@ -1,1 +1,220 @@
-// placeholder
+// Single values and short texts in sysfs-style files. Each helper keeps the
+// return convention its callers already test.
+#include "foundation/resources.h"
+
+#include <libkv/foundation.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace
+{
+
+using kv::detail::UniqueFd;
+using kv::detail::UniqueFile;
+
+enum class WriteMode
+{
+    truncate,
+    append
+};
+
+UniqueFd open_for_write(const char* path, WriteMode mode)
+{
+    if (path == nullptr)
+    {
+        return UniqueFd();
+    }
+    const int flags = O_WRONLY | O_CREAT | O_CLOEXEC |
+                      (mode == WriteMode::truncate ? O_TRUNC : O_APPEND);
+    return UniqueFd(::open(path, flags, 0666));
+}
+
+// sysfs attributes take a value in one write(), so no stdio buffering here.
+bool write_all(int fd, const void* buf, size_t n)
+{
+    const auto* bytes = static_cast<const char*>(buf);
+    while (n > 0)
+    {
+        const ssize_t done = ::write(fd, bytes, n);
+        if (done < 0 && errno == EINTR)
+        {
+            continue;
+        }
+        if (done <= 0)
+        {
+            return false;
+        }
+        bytes += done;
+        n -= static_cast<size_t>(done);
+    }
+    return true;
+}
+
+// Bytes written, or -1 when the file cannot be opened or written.
+int write_bytes(const char* path, WriteMode mode, const void* buf, size_t n)
+{
+    if ((buf == nullptr && n > 0) || n > INT_MAX)
+    {
+        return -1;
+    }
+    UniqueFd fd = open_for_write(path, mode);
+    if (!fd || !write_all(fd.get(), buf, n))
+    {
+        return -1;
+    }
+    return static_cast<int>(n);
+}
+
+int write_text(const char* path, WriteMode mode, const char* text)
+{
+    return text == nullptr ? -1
+                           : write_bytes(path, mode, text, std::strlen(text));
+}
+
+// First line of `path` (at most n - 1 characters, newline kept) into `buf`;
+// "" for an empty file. False when the file cannot be opened.
+bool read_first_line(const char* path, char* buf, int n)
+{
+    UniqueFile file = path ? kv::detail::open_file(path, "r") : UniqueFile();
+    if (!file)
+    {
+        return false;
+    }
+    if (std::fgets(buf, n, file.get()) == nullptr)
+    {
+        buf[0] = '\0';
+    }
+    return true;
+}
+
+} // namespace
+
+extern "C" int read_file_value_error(const char* path, int* value)
+{
+    char line[256];
+    if (value == nullptr || !read_first_line(path, line, sizeof line) ||
+        line[0] == '\0')
+    {
+        return -1;
+    }
+    *value = std::atoi(line);
+    return 0;
+}
+
+extern "C" int read_file_value(const char* path)
+{
+    char line[256];
+    if (!read_first_line(path, line, sizeof line))
+    {
+        return -1;
+    }
+    return std::atoi(line);
+}
+
+extern "C" int write_file_value(const char* path, int value)
+{
+    char text[16];
+    const int len = std::snprintf(text, sizeof text, "%d", value);
+    return write_bytes(path, WriteMode::truncate, text, len) == len ? 0 : -1;
+}
+
+extern "C" int write_bin_value(const char* path, const void* buf, size_t size)
+{
+    if (path == nullptr || (buf == nullptr && size > 0))
+    {
+        return -1;
+    }
+    UniqueFd fd = open_for_write(path, WriteMode::truncate);
+    if (!fd)
+    {
+        std::printf(" open %s error.\n", path);
+        return -1;
+    }
+    return write_all(fd.get(), buf, size) ? 0 : -1;
+}
+
+extern "C" int writeFile(const char* path, const char* text)
+{
+    return write_text(path, WriteMode::truncate, text) < 0 ? -1 : 0;
+}
+
+extern "C" int write_file_str_truncate(const char* path, const char* text)
+{
+    return write_text(path, WriteMode::truncate, text);
+}
+
+extern "C" int write_file_str(const char* path, const void* buf, size_t n)
+{
+    return write_bytes(path, WriteMode::append, buf, n);
+}
+
+// A file that takes no text is as useless to the caller as one that does not
+// open, so both answer 3.
+extern "C" int create_and_write_file(const char* path, const char* text)
+{
+    UniqueFd fd = open_for_write(path, WriteMode::append);
+    if (!fd)
+    {
+        return 3;
+    }
+    if (text != nullptr && !write_all(fd.get(), text, std::strlen(text)))
+    {
+        return 3;
+    }
+    return 0;
+}
+
+extern "C" int read_file_str(const char* path, char* buf, int n)
+{
+    if (path == nullptr || buf == nullptr || n <= 0)
+    {
+        return -1;
+    }
+    if (!read_first_line(path, buf, n))
+    {
+        std::printf(" open %s error.\n", path);
+        return -1;
+    }
+    return 0;
+}
+
+// Appends in pieces of up to 255 characters as the file is read line by line;
+// whatever does not fit in `size` bytes is dropped.
+extern "C" int read_all_file(const char* path, char* buf, size_t size)
+{
+    if (buf == nullptr || size == 0)
+    {
+        return -1;
+    }
+    size_t len = strnlen(buf, size);
+    if (len == size)
+    {
+        return -1; // no terminator inside the buffer: nothing safe to append
+    }
+    UniqueFile file = path ? kv::detail::open_file(path, "r") : UniqueFile();
+    if (!file)
+    {
+        return -1;
+    }
+    char piece[256];
+    while (len < size - 1 && std::fgets(piece, sizeof piece, file.get()))
+    {
+        const size_t take = std::min(std::strlen(piece), size - 1 - len);
+        std::memcpy(buf + len, piece, take);
+        len += take;
+        buf[len] = '\0';
+    }
+    if (len > 0 && buf[len - 1] == '\n')
+    {
+        buf[len - 1] = '\0';
+    }
+    return 0;
+}

@@ -18,6 +18,7 @@ namespace
 
 using kv::test::make_dirs;
 using kv::test::read_text;
+using kv::test::stdout_of;
 using kv::test::write_text;
 using testing::MatchesRegex;
 
@@ -28,16 +29,6 @@ const std::string kArchiveDir = "/media/card/BMCInfo/Development/Log/bmc";
 std::string pid_text()
 {
     return std::to_string(getpid());
-}
-
-// Runs `call` with standard output captured and returns what it printed.
-template <typename Call>
-std::string stdout_of(Call call)
-{
-    testing::internal::CaptureStdout();
-    call();
-    std::fflush(stdout);
-    return testing::internal::GetCapturedStdout();
 }
 
 void make_log_dirs()

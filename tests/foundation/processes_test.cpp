@@ -1,1 +1,172 @@
+// Process lookup through pidof, queued signals and /proc lookups.
+#include "test_helpers.h"
+
+#include <libkv/foundation.h>
+
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+namespace
+{
+
+std::string exe_name(pid_t pid)
+{
+    std::error_code error;
+    const auto target = std::filesystem::read_symlink(
+        "/proc/" + std::to_string(pid) + "/exe", error);
+    return error ? "" : target.filename().string();
+}
+
+// /bin/sleep under the argv[0] "kvsleeper", the name pidof knows it by; its
+// executable stays "sleep".
+struct Sleeper
+{
+    Sleeper() : pid(fork())
+    {
+        if (pid == 0)
+        {
+            execl("/bin/sleep", "kvsleeper", "30", nullptr);
+            _exit(127);
+        }
+        for (int i = 0; i < 500 && exe_name(pid) != "sleep"; ++i)
+        {
+            usleep(10000);
+        }
+    }
+    ~Sleeper()
+    {
+        stop();
+    }
+    void stop()
+    {
+        if (pid > 0)
+        {
+            kill(pid, SIGKILL);
+            waitpid(pid, nullptr, 0);
+            pid = -1;
+        }
+    }
+    pid_t pid;
+};
+
+TEST(GetPidByName, FindsARunningProcessAndZeroOnceGone)
+{
+    Sleeper sleeper;
+    ASSERT_EQ(exe_name(sleeper.pid), "sleep");
+    EXPECT_EQ(get_pid_by_name("kvsleeper"), sleeper.pid);
+
+    Sleeper twin; // pidof prints both: the first number is taken
+    const int either = get_pid_by_name("kvsleeper");
+    EXPECT_TRUE(either == sleeper.pid || either == twin.pid) << either;
+
+    sleeper.stop();
+    twin.stop();
+    EXPECT_EQ(get_pid_by_name("kvsleeper"), 0);
+}
+
+TEST(GetPidByName, NameIsNeverRunAsShellText)
+{
+    for (const char* name : {"x; touch /tmp/pwned", "$(touch /tmp/pwned)",
+                             "`touch /tmp/pwned`", "x | touch /tmp/pwned"})
+    {
+        EXPECT_EQ(get_pid_by_name(name), 0) << name;
+    }
+    EXPECT_FALSE(std::filesystem::exists("/tmp/pwned"));
+}
+
+TEST(GetPidByName, ReportsWhenPidofCannotStart)
+{
+    const std::string path = std::getenv("PATH") ? std::getenv("PATH") : "";
+    setenv("PATH", "/tmp/nowhere", 1);
+    int result = 0;
+    const std::string printed =
+        kv::test::stdout_of([&] { result = get_pid_by_name("kvsleeper"); });
+    setenv("PATH", path.c_str(), 1);
+    EXPECT_EQ(printed, "get obmc-kv-var pid failed!");
+    EXPECT_EQ(result, -1);
+}
+
+// A forked copy of this binary renamed (argv[0]) to "kvrecv" waits for
+// SIGUSR1 and exits with the queued payload.
+TEST(SendSignal, QueuesThePayloadToTheNamedProcess)
+{
+    ASSERT_GE(std::strlen(program_invocation_name), std::strlen("kvrecv"));
+    sigset_t usr1;
+    sigemptyset(&usr1);
+    sigaddset(&usr1, SIGUSR1);
+    sigset_t old;
+    sigprocmask(SIG_BLOCK, &usr1, &old);
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        std::strcpy(program_invocation_name, "kvrecv");
+        (void)!write(ready[1], "r", 1);
+        siginfo_t info{};
+        const timespec limit{10, 0};
+        if (sigtimedwait(&usr1, &info, &limit) != SIGUSR1)
+        {
+            _exit(200);
+        }
+        _exit(info.si_code == SI_QUEUE ? info.si_value.sival_int : 201);
+    }
+    sigprocmask(SIG_SETMASK, &old, nullptr);
+    char byte = 0;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    close(ready[0]);
+    close(ready[1]);
+
+    EXPECT_EQ(send_signal_to_process("kvrecv", SIGUSR1, 42), 0);
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 42);
+}
+
+// Run in a child: were the empty lookup's 0 signalled like kill(0, ...),
+// the whole process group would get SIGTERM.
+TEST(SendSignal, NoProcessFoundIsESRCH)
+{
+    EXPECT_EQ(kv::test::exit_status_of([] {
+                  errno = 0;
+                  const int rc =
+                      send_signal_to_process("kv-not-running", SIGTERM, 1);
+                  return rc == -1 && errno == ESRCH ? 0 : 1;
+              }),
+              0);
+}
+
+TEST(AppName, ExecutableNameOfAPidAndItsLifetime)
+{
+    char name[64] = "";
+    EXPECT_EQ(app_name_get(-1, name, sizeof name), 0);
+    EXPECT_STREQ(name, program_invocation_short_name);
+    EXPECT_EQ(app_pid_existed(getpid()), 1);
+
+    Sleeper sleeper;
+    const pid_t pid = sleeper.pid;
+    EXPECT_EQ(app_name_get(pid, name, sizeof name), 0);
+    EXPECT_STREQ(name, "sleep") << "argv[0] used instead of the executable";
+    char small[8];
+    std::memset(small, '#', sizeof small);
+    EXPECT_EQ(app_name_get(pid, small, 4), 0);
+    EXPECT_STREQ(small, "sle");
+    EXPECT_EQ(small[4], '#');
+    EXPECT_EQ(app_pid_existed(pid), 1);
+
+    sleeper.stop();
+    EXPECT_EQ(app_name_get(pid, name, sizeof name), -1);
+    EXPECT_EQ(app_pid_existed(pid), 0);
+}
+
+} // namespace

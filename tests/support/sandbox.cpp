@@ -9,11 +9,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
+#include <vector>
 
 namespace kv::sandbox
 {
@@ -22,6 +26,9 @@ namespace
 
 // Exit status that meson reports as an error of the harness, not a failure.
 constexpr int kHarnessError = 99;
+
+// Set when a normal user entered through a user namespace of its own.
+bool in_user_namespace = false;
 
 [[noreturn]] void die(const std::string& what)
 {
@@ -68,6 +75,113 @@ void make_dir(const char* path, mode_t mode)
     }
 }
 
+// Directories of the project itself (a checkout or build tree under /tmp,
+// say) stay visible through the private file systems laid over them, so
+// tests still find their programs and data files.
+struct KeptTree
+{
+    std::string path;
+    int handle; // O_PATH descriptor, taken in the private mount namespace
+                // before anything was covered
+};
+std::vector<KeptTree> kept_trees;
+
+constexpr const char* kCoveredTrees[] = {"/tmp", "/run", "/var", "/media"};
+
+bool lies_under(const std::string& path, const std::string& dir)
+{
+    return path.size() > dir.size() && path.compare(0, dir.size(), dir) == 0 &&
+           path[dir.size()] == '/';
+}
+
+// The highest directory at or above `path` that holds a meson.build: the
+// project's root when `path` is inside it (a build tree too), else `path`.
+std::string project_tree_of(const std::string& path)
+{
+    std::string tree = path;
+    for (std::string dir = path; dir.find('/', 1) != std::string::npos;)
+    {
+        dir.erase(dir.rfind('/'));
+        if (::access((dir + "/meson.build").c_str(), F_OK) == 0)
+        {
+            tree = dir;
+        }
+    }
+    return tree;
+}
+
+void keep_tree_of(const char* start)
+{
+    char resolved[PATH_MAX];
+    if (::realpath(start, resolved) == nullptr)
+    {
+        return;
+    }
+    const std::string tree = project_tree_of(resolved);
+    for (const char* covered : kCoveredTrees)
+    {
+        if (!lies_under(tree, covered))
+        {
+            continue;
+        }
+        for (const KeptTree& kept : kept_trees)
+        {
+            if (kept.path == tree)
+            {
+                return;
+            }
+        }
+        const int handle =
+            ::open(tree.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+        if (handle < 0)
+        {
+            die("cannot hold on to " + tree);
+        }
+        kept_trees.push_back({tree, handle});
+    }
+}
+
+void remember_project_trees()
+{
+    keep_tree_of(".");
+    std::string self(PATH_MAX, '\0');
+    const ssize_t n = ::readlink("/proc/self/exe", self.data(), self.size());
+    if (n > 0)
+    {
+        self.resize(static_cast<size_t>(n));
+        keep_tree_of(self.substr(0, self.rfind('/')).c_str());
+    }
+}
+
+void make_dirs(const std::string& path)
+{
+    for (size_t at = path.find('/', 1); at != std::string::npos;
+         at = path.find('/', at + 1))
+    {
+        make_dir(path.substr(0, at).c_str(), 0755);
+    }
+    make_dir(path.c_str(), 0755);
+}
+
+void restore_kept_trees(const char* covered)
+{
+    for (const KeptTree& kept : kept_trees)
+    {
+        if (!lies_under(kept.path, covered))
+        {
+            continue;
+        }
+        make_dirs(kept.path);
+        const std::string source =
+            "/proc/self/fd/" + std::to_string(kept.handle);
+        if (::mount(source.c_str(), kept.path.c_str(), nullptr,
+                    MS_BIND | MS_REC, nullptr) != 0)
+        {
+            die("cannot keep " + kept.path + " visible");
+        }
+    }
+}
+
 std::string own_net_dir()
 {
     return "/proc/" + std::to_string(::getpid()) + "/net";
@@ -90,6 +204,62 @@ void mount_etc_overlay()
     detach(staging);
 }
 
+// A normal user cannot write through the overlay: the copies it makes of
+// root's directories stay root's. There /etc becomes a tmpfs of our own in
+// which the host's entries are bound back one by one, except the
+// directories the library writes in, which start empty.
+void mount_etc_binds()
+{
+    constexpr const char* kOwnDirs[] = {"default", "snmp", "user"};
+    const char* host = "/media/host-etc";
+    mount_tmpfs("/media", "mode=0700");
+    make_dir(host, 0755);
+    if (::mount("/etc", host, nullptr, MS_BIND | MS_REC, nullptr) != 0)
+    {
+        die("cannot reach the host's /etc");
+    }
+    mount_tmpfs("/etc", "mode=0755");
+    for (const auto& entry : std::filesystem::directory_iterator(host))
+    {
+        const std::string name = entry.path().filename();
+        const std::string target = "/etc/" + name;
+        if (std::find(std::begin(kOwnDirs), std::end(kOwnDirs), name) !=
+            std::end(kOwnDirs))
+        {
+            continue;
+        }
+        if (entry.is_symlink())
+        {
+            std::filesystem::create_symlink(
+                std::filesystem::read_symlink(entry.path()), target);
+            continue;
+        }
+        if (entry.is_directory())
+        {
+            make_dir(target.c_str(), 0755);
+        }
+        else if (entry.is_regular_file())
+        {
+            ::close(
+                ::open(target.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644));
+        }
+        else
+        {
+            continue;
+        }
+        if (::mount(entry.path().c_str(), target.c_str(), nullptr,
+                    MS_BIND | MS_REC, nullptr) != 0)
+        {
+            die("cannot bind " + target);
+        }
+    }
+    for (const char* dir : kOwnDirs)
+    {
+        make_dir(("/etc/" + std::string(dir)).c_str(), 0755);
+    }
+    detach("/media");
+}
+
 void unmount_all()
 {
     for (const std::string& target :
@@ -106,13 +276,25 @@ void mount_all()
     mount_tmpfs("/tmp", "mode=1777");
     mount_tmpfs("/run", "mode=0755");
     mount_tmpfs("/var", "mode=0755");
+    for (const char* covered : {"/tmp", "/run", "/var"})
+    {
+        restore_kept_trees(covered);
+    }
     if (::symlink("/run", "/var/run") != 0)
     {
         die("cannot link /var/run to /run");
     }
     make_dir("/var/tmp", 01777);
-    mount_etc_overlay();
+    if (!in_user_namespace)
+    {
+        mount_etc_overlay();
+    }
+    else
+    {
+        mount_etc_binds();
+    }
     mount_tmpfs("/media", "mode=0755");
+    restore_kept_trees("/media");
     mount_tmpfs("/sys", "mode=0755");
     mount_tmpfs("/dev/shm", "mode=1777");
     mount_tmpfs(own_net_dir().c_str(), "mode=0555");
@@ -126,6 +308,7 @@ void enter_namespaces()
     if (uid != 0)
     {
         flags |= CLONE_NEWUSER;
+        in_user_namespace = true;
     }
     if (::unshare(flags) != 0)
     {
@@ -181,6 +364,7 @@ void enter_working_dir()
 void enter()
 {
     enter_namespaces();
+    remember_project_trees();
     bring_loopback_up();
     mount_all();
     enter_working_dir();

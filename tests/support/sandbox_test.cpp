@@ -57,8 +57,10 @@ TEST(Sandbox, FixedPathsArePrivateFileSystems)
         ASSERT_TRUE(table.count(path)) << path << " is not a mount point";
         EXPECT_EQ(table.at(path), "tmpfs") << path;
     }
+    // An overlay as root; a tmpfs with the host's entries bound back when a
+    // normal user runs the tests.
     ASSERT_TRUE(table.count("/etc"));
-    EXPECT_EQ(table.at("/etc"), "overlay");
+    EXPECT_TRUE(table.at("/etc") == "overlay" || table.at("/etc") == "tmpfs");
     const std::string own_net = "/proc/" + std::to_string(getpid()) + "/net";
     ASSERT_TRUE(table.count(own_net));
     EXPECT_EQ(table.at(own_net), "tmpfs");
@@ -83,6 +85,8 @@ TEST(Sandbox, EtcKeepsHostFilesAndTakesWrites)
 {
     EXPECT_TRUE(kv::test::read_text("/etc/passwd").has_value());
     kv::test::write_text("/etc/snmp/snmpd.conf", "rocommunity public\n");
+    kv::test::write_text("/etc/default/obmc/hwmon/oem.conf", "x\n");
+    kv::test::write_text("/etc/oem_bmc.conf", "x\n");
     kv::test::write_text("/proc/self/net/bonding/bond0", "Bonding Mode: x\n");
     EXPECT_EQ(kv::test::read_text("/etc/snmp/snmpd.conf"),
               "rocommunity public\n");

@@ -367,7 +367,6 @@ void enter()
     remember_project_trees();
     bring_loopback_up();
     mount_all();
-    enter_working_dir();
 }
 
 void reset()

@@ -14,6 +14,7 @@ namespace kv::sandbox
 // Enters the namespaces and mounts the private file systems. Must be called
 // while the process has a single thread. Ends the process with a message on
 // standard error if any step fails: nothing may run against the host's paths.
+// The working directory stays where it was.
 void enter();
 
 // Replaces every private file system and the IPC namespace with empty ones,

@@ -11,6 +11,7 @@ pkg-config
 binutils
 libcjson-dev
 libi2c-dev
+i2c-tools
 libcurl4-openssl-dev
 googletest
 libgtest-dev

@@ -1,0 +1,151 @@
+// Board files: what they can say and how their mistakes are reported.
+#include "sim_fixture.h"
+#include "test_helpers.h"
+
+#include <gmock/gmock.h>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace kv::sim::test
+{
+namespace
+{
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+std::vector<uint8_t> first_bytes(int bus, int address, std::size_t count)
+{
+    const std::vector<uint8_t> memory = device_memory(bus, address);
+    return {memory.begin(), memory.begin() + static_cast<long>(count)};
+}
+
+TEST(BoardFiles, MemoryComesFromHexListsFilesAndSingleBytes)
+{
+    kv::test::write_text("/tmp/boards/parts/fru.bin",
+                         std::string("\x01\x02\x03", 3));
+    load_board(write_board(R"({"buses": [{"bus": 4, "devices": [
+        {"type": "eeprom", "address": "0x50", "size": 16,
+         "contents": "de ad BE EF"},
+        {"type": "eeprom", "address": 81, "size": "0x400", "address_bytes": 2,
+         "file": "parts/fru.bin", "bytes": {"0x3ff": 7, "1": "0x20"}},
+        {"type": "cpld", "address": "0x3f", "contents": [1, "0x02", 3]}]}]})",
+                           "boards/board.json"));
+    EXPECT_THAT(first_bytes(4, 0x50, 5),
+                ElementsAre(0xde, 0xad, 0xbe, 0xef, 0xff));
+    EXPECT_EQ(16u, device_memory(4, 0x50).size());
+    EXPECT_THAT(first_bytes(4, 0x51, 4), ElementsAre(0x01, 0x20, 0x03, 0xff));
+    EXPECT_EQ(7, device_memory(4, 0x51).at(0x3ff));
+    EXPECT_THAT(first_bytes(4, 0x3f, 4), ElementsAre(1, 2, 3, 0));
+
+    // A part larger than 256 bytes defaults to 2-byte addressing.
+    BusHandle bus(4);
+    ASSERT_EQ(0, bus.bind(0x51));
+    const uint8_t address[] = {0x03, 0xff};
+    ASSERT_EQ(2, ::write(bus.fd(), address, 2));
+    uint8_t value = 0;
+    ASSERT_EQ(1, ::read(bus.fd(), &value, 1));
+    EXPECT_EQ(7, value);
+}
+
+struct Mistake
+{
+    const char* json;
+    const char* message;
+};
+
+TEST(BoardFiles, MistakesAreReportedWithTheirPlace)
+{
+    const Mistake mistakes[] = {
+        {R"({"buses": [{"bus": 1, "devise": []}]})",
+         "buses[0]: unknown member \"devise\""},
+        {R"({"buses": [{"bus": 1, "devices": [{"type": "fpga",
+            "address": 1}]}]})",
+         "buses[0].devices[0].type: unknown device type"},
+        {R"({"buses": [{"bus": 1, "devices": [{"type": "cpld",
+            "address": 128}]}]})",
+         "devices[0].address: out of range"},
+        {R"({"buses": [{"bus": 1, "devices": [{"type": "eeprom",
+            "address": 80, "size": 4, "contents": "0102030405"}]}]})",
+         "contents: larger than the device"},
+        {R"({"buses": [{"bus": 1, "devices": [{"type": "eeprom",
+            "address": 80, "size": 4, "contents": "012"}]}]})",
+         "contents: expected pairs of hex digits"},
+        {R"({"buses": [{"bus": 1, "devices": [{"type": "cpld",
+            "address": 80, "bytes": {"256": 1}}]}]})",
+         "bytes.256: not an offset of the device"},
+        {R"({"buses": [{"bus": 1, "devices": [{"type": "eeprom",
+            "address": 80}]}]})",
+         "\"size\" is missing"},
+        {R"({"buses": [{"bus": 1, "without": ["smbus_pec"]}]})",
+         "without[0]: unknown function \"smbus_pec\""},
+        {R"({"buses": [{"bus": 1, "devices": [{"type": "eeprom",
+            "address": 80, "size": 8, "file": "missing.bin"}]}]})",
+         "cannot read"},
+        {R"({"buses": [{"bus": 1)", "not valid JSON"},
+    };
+    for (const Mistake& mistake : mistakes)
+    {
+        const std::string path = write_board(mistake.json);
+        try
+        {
+            read_board(path);
+            ADD_FAILURE() << "accepted: " << mistake.json;
+        }
+        catch (const std::runtime_error& error)
+        {
+            EXPECT_THAT(error.what(), HasSubstr(mistake.message));
+            EXPECT_THAT(error.what(), HasSubstr(path));
+        }
+    }
+}
+
+TEST(BoardFiles, InconsistentBoardsAreRefused)
+{
+    const Mistake mistakes[] = {
+        {R"({"buses": [{"bus": 1}, {"bus": 1}]})", "declared twice"},
+        {R"({"buses": [{"bus": 1, "devices": [
+            {"type": "cpld", "address": 63},
+            {"type": "eeprom", "address": 63, "size": 8}]}]})",
+         "address taken"},
+        {R"({"buses": [{"bus": 1, "devices": [
+            {"type": "pca9546", "address": 112, "channels": [2, 3, 4]}]}]})",
+         "4 channels"},
+        {R"({"buses": [{"bus": 1, "devices": [
+            {"type": "pca9546", "address": 112, "channels": [2, 3, 4, 2]}]}]})",
+         "declared twice"},
+        {R"({"buses": [{"bus": 1, "devices": [
+            {"type": "eeprom", "address": 80, "size": 512,
+             "address_bytes": 1}]}]})",
+         "does not fit its addressing"},
+        {R"({"buses": [
+            {"bus": 20, "devices": [{"type": "pca9546", "address": 112,
+                                     "channels": [21, 22, 23, 24]}]},
+            {"bus": 21, "devices": [{"type": "pca9546", "address": 113,
+                                     "channels": [20, 25, 26, 27]}]}]})",
+         "loop"},
+    };
+    for (const Mistake& mistake : mistakes)
+    {
+        const Board board = read_board(write_board(mistake.json));
+        try
+        {
+            load_board(board);
+            ADD_FAILURE() << "accepted: " << mistake.json;
+        }
+        catch (const std::invalid_argument& error)
+        {
+            EXPECT_THAT(error.what(), HasSubstr(mistake.message));
+        }
+    }
+    // A device on a bus nobody declared.
+    Board orphan;
+    orphan.devices.push_back(
+        {DeviceType::cpld, 9, 0x3f, std::vector<uint8_t>(256), 1, {}});
+    EXPECT_THROW(load_board(orphan), std::invalid_argument);
+}
+
+} // namespace
+} // namespace kv::sim::test

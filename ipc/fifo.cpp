@@ -1,0 +1,77 @@
+// FIFOs and framed records: one length byte, then that many body bytes.
+#include <libkv/foundation.h>
+#include <libkv/ipc.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+extern "C" int AddQueue(const char* path, mode_t /*mode*/)
+{
+    if (file_existed(path))
+    {
+        return 0;
+    }
+    return mkfifo(path, 0664) == 0 ? 0 : -1;
+}
+
+extern "C" int GetQueue(const char* path, int flags, mode_t mode)
+{
+    return open(path, flags, mode);
+}
+
+extern "C" int writeMsg(int fd, const void* record, size_t len)
+{
+    file_lock_write(fd);
+    const ssize_t written = write(fd, record, len);
+    file_unlock(fd);
+    return written == static_cast<ssize_t>(len) ? 0 : -1;
+}
+
+extern "C" int readMsg(int fd, uint8_t* buf, unsigned* len, unsigned timeout_s)
+{
+    pollfd waiting{fd, POLLIN, 0};
+    const int ready = poll(&waiting, 1, static_cast<int>(timeout_s * 1000));
+    if (ready < 0)
+    {
+        return -1;
+    }
+    if (ready == 0)
+    {
+        return -ENOENT;
+    }
+    if (read(fd, buf, 1) != 1)
+    {
+        return -1;
+    }
+    *len = buf[0];
+    int got = 0;
+    get_from_q(reinterpret_cast<char*>(buf), static_cast<int>(*len), fd, &got);
+    return 0;
+}
+
+// A record written by writeMsg arrives whole; the loop covers a pipe that
+// delivers it in pieces. End of file cannot complete a record: it stops.
+extern "C" int get_from_q(char* buf, int len, int fd, int* got)
+{
+    int total = 0;
+    while (total < len)
+    {
+        const ssize_t n =
+            read(fd, buf + total, static_cast<size_t>(len - total));
+        if (n < 0 && errno == EINTR)
+        {
+            continue;
+        }
+        if (n <= 0)
+        {
+            break;
+        }
+        total += static_cast<int>(n);
+    }
+    *got = total;
+    return 0;
+}

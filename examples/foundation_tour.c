@@ -3,6 +3,7 @@
  * the CRC-16s. Run it inside the sandbox (tools/kvsandbox): it writes the
  * BMC's fixed paths. */
 #include <libkv/libkv.h>
+
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>

@@ -1,8 +1,12 @@
 #!/bin/sh
-# Builds libkv and runs the foundation tour inside the sandbox.
+# Builds libkv and takes the tour: the foundation in the sandbox, then the
+# hardware access on the simulated example board.
 set -eu
 cd "$(dirname "$0")/.."
 sh scripts/setup.sh
 [ -f build/build.ninja ] || meson setup build >/dev/null
 meson compile -C build >/dev/null
-exec build/tools/kvsandbox -- build/examples/foundation_tour
+echo "==== foundation (kvsandbox)"
+build/tools/kvsandbox -- build/examples/foundation_tour
+echo "==== hardware (kvsim, sim/boards/example.json)"
+build/tools/kvsim sim/boards/example.json -- build/examples/board_tour

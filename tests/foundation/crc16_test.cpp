@@ -1,17 +1,12 @@
-#include "test_helpers.h"
+#include "foundation_test.h"
 
-#include <libkv/foundation.h>
-
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <cstring>
 #include <numeric>
-#include <vector>
+#include <utility>
+
+using namespace kv::foundation::test;
 
 namespace
 {
-
 // Bit-at-a-time CRC-16/XMODEM, independent of the library's table.
 uint16_t reference_crc(uint16_t crc, const std::vector<uint8_t>& bytes)
 {
@@ -27,26 +22,13 @@ uint16_t reference_crc(uint16_t crc, const std::vector<uint8_t>& bytes)
     return crc;
 }
 
-std::vector<uint8_t> sample_header()
-{
-    std::vector<uint8_t> header(64);
-    std::iota(header.begin(), header.end(), uint8_t{0x41});
-    return header;
-}
-
 } // namespace
 
-TEST(Crc16, MatchesTheXmodemCheckValue)
+TEST(Crc16, MatchesTheXmodemCheckValueAndABitwiseCrcForEveryByteAndState)
 {
-    const char* text = "123456789";
-    EXPECT_EQ(0x31C3, calc_crc16(reinterpret_cast<const uint8_t*>(text),
-                                 static_cast<int>(std::strlen(text))));
+    const uint8_t text[] = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};
+    EXPECT_EQ(0x31C3, calc_crc16(text, sizeof text));
     EXPECT_EQ(0, calc_crc16(nullptr, 0));
-}
-
-TEST(Crc16, TableStepAgreesWithBitwiseCrcForEveryByteAndState)
-{
-    EXPECT_EQ(0x1021, CalculateCrc16Base(0, 1));
     for (unsigned crc : {0x0000u, 0x1234u, 0xFFFFu, 0x8001u})
     {
         for (unsigned byte = 0; byte < 256; ++byte)
@@ -59,47 +41,39 @@ TEST(Crc16, TableStepAgreesWithBitwiseCrcForEveryByteAndState)
     }
 }
 
+// The header's check field, bytes 36 to 39, is skipped and nothing else.
 TEST(HeaderCrc16, ContinuesOverTheHeaderWithoutItsCheckField)
 {
-    const std::vector<uint8_t> prefix = {0xDE, 0xAD, 0xBE, 0xEF};
-    const std::vector<uint8_t> header = sample_header();
+    std::vector<uint8_t> header(64);
+    std::iota(header.begin(), header.end(), uint8_t{0x41});
     std::vector<uint8_t> covered(header.begin(), header.begin() + 36);
     covered.insert(covered.end(), header.begin() + 40, header.end());
-    ASSERT_EQ(60u, covered.size());
+    const uint16_t start = reference_crc(0, {0xDE, 0xAD, 0xBE, 0xEF});
+    const uint16_t base = CalculateHeaderCrc16(start, header.data(), 64);
+    EXPECT_EQ(reference_crc(start, covered), base);
 
-    const uint16_t start = reference_crc(0, prefix);
-    EXPECT_EQ(reference_crc(start, covered),
-              CalculateHeaderCrc16(start, header.data(), header.size()));
-}
-
-TEST(HeaderCrc16, IgnoresOnlyBytes36To39)
-{
-    const std::vector<uint8_t> header = sample_header();
-    const uint16_t base = CalculateHeaderCrc16(0, header.data(), 64);
     for (size_t i = 0; i < header.size(); ++i)
     {
         std::vector<uint8_t> changed = header;
         changed[i] ^= 0xFF;
-        const bool check_field = i >= 36 && i <= 39;
-        EXPECT_EQ(check_field,
-                  base == CalculateHeaderCrc16(0, changed.data(), 64))
+        EXPECT_EQ(i >= 36 && i <= 39,
+                  base == CalculateHeaderCrc16(start, changed.data(), 64))
             << "byte " << i;
     }
 }
 
 TEST(HeaderCrc16, RefusesAnythingButA64ByteHeader)
 {
-    const std::vector<uint8_t> header = sample_header();
-    for (uint64_t len : {0ull, 63ull, 65ull})
+    const std::vector<uint8_t> header(64);
+    using Call = std::pair<const uint8_t*, uint64_t>;
+    for (const Call& call : {Call{header.data(), 0}, Call{header.data(), 63},
+                             Call{header.data(), 65}, Call{nullptr, 64}})
     {
         EXPECT_EQ(kv::test::stdout_of([&] {
-                      EXPECT_EQ(0xBEEF, CalculateHeaderCrc16(
-                                            0xBEEF, header.data(), len));
+                      EXPECT_EQ(0xBEEF, CalculateHeaderCrc16(0xBEEF, call.first,
+                                                             call.second));
                   }),
-                  "Input parameter is invalid !!!");
+                  "Input parameter is invalid !!!")
+            << call.second;
     }
-    EXPECT_EQ(kv::test::stdout_of([] {
-                  EXPECT_EQ(0xBEEF, CalculateHeaderCrc16(0xBEEF, nullptr, 64));
-              }),
-              "Input parameter is invalid !!!");
 }

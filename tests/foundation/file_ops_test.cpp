@@ -1,45 +1,12 @@
 // File size, copy, sub-directory lookup, SEL log rollover, whole-file
 // record locks and the path helpers.
-#include "test_helpers.h"
+#include "foundation_test.h"
 
-#include <libkv/foundation.h>
-
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <string>
+using namespace kv::foundation::test;
 
 namespace
 {
-
-using kv::test::exit_status_of;
-using kv::test::make_dirs;
-using kv::test::read_text;
-using kv::test::stdout_of;
-using kv::test::write_text;
-
-TEST(CopyFile, CopiesEveryByteOverALongerTarget)
-{
-    std::string content(10000, '\0');
-    for (size_t i = 0; i < content.size(); ++i)
-    {
-        content[i] = static_cast<char>(i * 7);
-    }
-    write_text("/tmp/from", content);
-    write_text("/tmp/to", std::string(20000, 'x'));
-    EXPECT_EQ(copy_file_func("/tmp/from", "/tmp/to"), 0);
-    EXPECT_EQ(read_text("/tmp/to"), content);
-    EXPECT_EQ(get_file_size("/tmp/to"), 10000);
-    EXPECT_EQ(get_file_size("/tmp/missing"), 0);
-}
-
-TEST(CopyFile, NamesTheSourceWhicheverSideFails)
+TEST(CopyFile, CopiesEveryByteAndNamesTheSourceWhicheverSideFails)
 {
     const std::string message = "copy_file_func: can't open file[/tmp/from] \n";
     int result = 0;
@@ -49,11 +16,22 @@ TEST(CopyFile, NamesTheSourceWhicheverSideFails)
     EXPECT_EQ(result, 128);
     EXPECT_FALSE(read_text("/tmp/to")) << "target made for a missing source";
 
-    write_text("/tmp/from", "data");
+    std::string content(10000, '\0');
+    for (size_t i = 0; i < content.size(); ++i)
+    {
+        content[i] = static_cast<char>(i * 7);
+    }
+    write_text("/tmp/from", content);
     EXPECT_EQ(
         stdout_of([&] { result = copy_file_func("/tmp/from", "/tmp/x/to"); }),
         message);
     EXPECT_EQ(result, 128);
+
+    write_text("/tmp/to", std::string(20000, 'x'));
+    EXPECT_EQ(copy_file_func("/tmp/from", "/tmp/to"), 0);
+    EXPECT_EQ(read_text("/tmp/to"), content);
+    EXPECT_EQ(get_file_size("/tmp/to"), 10000);
+    EXPECT_EQ(get_file_size("/tmp/missing"), 0);
 }
 
 TEST(GetFileName, FirstSubdirectoryContainingNeedle)

@@ -1,35 +1,18 @@
-#include "test_helpers.h"
-
-#include <libkv/foundation.h>
+#include "foundation_test.h"
 
 #include <cjson/cJSON.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
 #include <memory>
-#include <string>
-#include <vector>
+#include <utility>
+
+using namespace kv::foundation::test;
 
 namespace
 {
-
-using kv::test::make_dirs;
-using kv::test::read_text;
-using kv::test::write_text;
-
-struct TreeDelete
-{
-    void operator()(cJSON* tree) const
-    {
-        cJSON_Delete(tree);
-    }
-};
-using Tree = std::unique_ptr<cJSON, TreeDelete>;
+using Tree =
+    std::unique_ptr<cJSON, decltype([](cJSON* t) { cJSON_Delete(t); })>;
 
 // Room for every kind, with a fill that shows whether anything was written.
 struct Out
@@ -50,10 +33,6 @@ struct Out
         std::memcpy(&value, bytes, sizeof value);
         return value;
     }
-    const char* text() const
-    {
-        return reinterpret_cast<const char*>(bytes);
-    }
     alignas(8) unsigned char bytes[64];
 };
 
@@ -71,7 +50,7 @@ double read_back(const Out& out, int kind)
         case KV_JSON_I64:
             return static_cast<double>(out.as<int64_t>());
         case KV_JSON_TEXT:
-            return std::atof(out.text());
+            return std::atof(reinterpret_cast<const char*>(out.bytes));
         case KV_JSON_FLOAT:
             return out.as<float>();
         default:
@@ -79,141 +58,107 @@ double read_back(const Out& out, int kind)
     }
 }
 
-std::vector<std::string> names_in(const std::string& dir)
+// `node` converted to `kind` and read back as a number; NAN when refused,
+// which must leave the output untouched.
+double convert(const cJSON* node, int kind)
 {
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(dir))
+    Out out;
+    if (const int rc = cjson_data_get(node, kind, out.bytes, sizeof out.bytes))
     {
-        names.push_back(entry.path().filename());
+        EXPECT_EQ(-1, rc);
+        EXPECT_TRUE(out.untouched());
+        return NAN;
     }
-    return names;
+    return read_back(out, kind);
+}
+
+double number_as(double number, int kind)
+{
+    return convert(Tree(cJSON_CreateNumber(number)).get(), kind);
+}
+
+// `json` parsed and read as text into `size` bytes, or "<refused>".
+std::string text_of(const char* json, size_t size)
+{
+    const Tree node(cJSON_Parse(json));
+    char buf[16];
+    return cjson_data_get(node.get(), KV_JSON_TEXT, buf, size) == 0
+               ? buf
+               : "<refused>";
 }
 
 } // namespace
 
-TEST(PrepareParseJson, ParsesAWholeFile)
+TEST(PrepareParseJson, ParsesAWholeFileAndNothingElse)
 {
     write_text("/tmp/board.json", R"({"name": "riser", "slots": [1, 2]})");
     const Tree tree(prepare_parse_json("/tmp/board.json"));
     ASSERT_NE(nullptr, tree);
     EXPECT_STREQ("riser", cJSON_GetObjectItem(tree.get(), "name")->valuestring);
     EXPECT_EQ(2, cJSON_GetArraySize(cJSON_GetObjectItem(tree.get(), "slots")));
-}
 
-TEST(PrepareParseJson, NothingForMissingEmptyBrokenOrUnreadableFiles)
-{
     write_text("/tmp/empty.json", "");
     write_text("/tmp/broken.json", R"({"name": )");
     make_dirs("/tmp/dir.json");
     EXPECT_EQ(nullptr, prepare_parse_json(nullptr));
-    EXPECT_EQ(nullptr, prepare_parse_json("/tmp/missing.json"));
-    EXPECT_EQ(nullptr, prepare_parse_json("/tmp/empty.json"));
-    EXPECT_EQ(nullptr, prepare_parse_json("/tmp/broken.json"));
-    EXPECT_EQ(nullptr, prepare_parse_json("/tmp/dir.json"));
+    for (const char* path : {"/tmp/missing.json", "/tmp/empty.json",
+                             "/tmp/broken.json", "/tmp/dir.json"})
+    {
+        EXPECT_EQ(nullptr, Tree(prepare_parse_json(path))) << path;
+    }
 }
 
 // Every node type against every kind: false, true, number and string nodes
 // convert to kinds 0..6, all other types and kind 7 are refused untouched.
 TEST(CjsonDataGet, NodeTypeAgainstKindMatrix)
 {
-    struct Node
-    {
-        const char* label;
-        cJSON* node;
-        bool convertible;
-        double value;
+    const std::pair<Tree, double> nodes[] = {
+        {Tree(cJSON_CreateFalse()), 0},
+        {Tree(cJSON_CreateTrue()), 1},
+        {Tree(cJSON_CreateNull()), NAN},
+        {Tree(cJSON_CreateNumber(42)), 42},
+        {Tree(cJSON_CreateString("42")), 42},
+        {Tree(cJSON_CreateStringReference("42")), 42},
+        {Tree(cJSON_CreateArray()), NAN},
+        {Tree(cJSON_CreateObject()), NAN},
+        {Tree(cJSON_CreateRaw("42")), NAN},
     };
-    const std::vector<Node> nodes = {
-        {"false", cJSON_CreateFalse(), true, 0},
-        {"true", cJSON_CreateTrue(), true, 1},
-        {"null", cJSON_CreateNull(), false, 0},
-        {"number", cJSON_CreateNumber(42), true, 42},
-        {"string", cJSON_CreateString("42"), true, 42},
-        {"string reference", cJSON_CreateStringReference("42"), true, 42},
-        {"array", cJSON_CreateArray(), false, 0},
-        {"object", cJSON_CreateObject(), false, 0},
-        {"raw", cJSON_CreateRaw("42"), false, 0},
-    };
-    for (const Node& node : nodes)
+    for (const auto& [node, value] : nodes)
     {
-        const Tree owner(node.node);
         for (int kind = 0; kind <= 7; ++kind)
         {
-            SCOPED_TRACE(std::string(node.label) + " as kind " +
-                         std::to_string(kind));
-            Out out;
-            const bool expected_ok = node.convertible && kind <= 6;
-            ASSERT_EQ(
-                expected_ok ? 0 : -1,
-                cjson_data_get(node.node, kind, out.bytes, sizeof out.bytes));
-            if (expected_ok)
-            {
-                EXPECT_EQ(node.value, read_back(out, kind));
-            }
-            else
-            {
-                EXPECT_TRUE(out.untouched());
-            }
+            EXPECT_THAT(convert(node.get(), kind),
+                        testing::NanSensitiveDoubleEq(kind <= 6 ? value : NAN))
+                << "node type " << node->type << " as kind " << kind;
         }
     }
 }
 
 TEST(CjsonDataGet, IntegerKindsTruncateSaturateAndWrap)
 {
-    struct Case
-    {
-        double number;
-        int kind;
-        double expected;
-    };
-    const std::vector<Case> cases = {
-        {3.9, KV_JSON_U8, 3},
-        {-1.0, KV_JSON_U8, 255},
-        {300, KV_JSON_U8, 44},
-        {NAN, KV_JSON_U8, 0},
-        {-3.7, KV_JSON_I16, -3},
-        {40000, KV_JSON_I16, -25536},
-        {-2147483649.0, KV_JSON_I32, 2147483647},
-        {1e20, KV_JSON_I32, -1}, // saturated, then narrowed
-        {1e20, KV_JSON_I64, 9223372036854775807.0},
-        {-HUGE_VAL, KV_JSON_I64, -9223372036854775808.0},
-        {NAN, KV_JSON_I64, 0},
-    };
-    for (const Case& c : cases)
-    {
-        SCOPED_TRACE(std::to_string(c.number) + " as kind " +
-                     std::to_string(c.kind));
-        const Tree node(cJSON_CreateNumber(c.number));
-        Out out;
-        ASSERT_EQ(
-            0, cjson_data_get(node.get(), c.kind, out.bytes, sizeof out.bytes));
-        EXPECT_EQ(c.expected, read_back(out, c.kind));
-    }
+    EXPECT_EQ(3, number_as(3.9, KV_JSON_U8));
+    EXPECT_EQ(255, number_as(-1.0, KV_JSON_U8));
+    EXPECT_EQ(44, number_as(300, KV_JSON_U8));
+    EXPECT_EQ(0, number_as(NAN, KV_JSON_U8));
+    EXPECT_EQ(-3, number_as(-3.7, KV_JSON_I16));
+    EXPECT_EQ(-25536, number_as(40000, KV_JSON_I16));
+    EXPECT_EQ(2147483647, number_as(-2147483649.0, KV_JSON_I32));
+    EXPECT_EQ(-1, number_as(1e20, KV_JSON_I32)); // saturated, then narrowed
+    EXPECT_EQ(9223372036854775807.0, number_as(1e20, KV_JSON_I64));
+    EXPECT_EQ(-9223372036854775808.0, number_as(-HUGE_VAL, KV_JSON_I64));
+    EXPECT_EQ(0, number_as(NAN, KV_JSON_I64));
 }
 
 TEST(CjsonDataGet, TextAndStringConversions)
 {
-    const Tree number(cJSON_CreateNumber(1.5));
-    const Tree yes(cJSON_CreateTrue());
-    const Tree text(cJSON_CreateString("12.7 volts"));
-    char buf[16];
+    EXPECT_EQ("1.500000", text_of("1.5", 16));
+    EXPECT_EQ("1.000000", text_of("true", 16));
+    EXPECT_EQ("12.7 volts", text_of(R"("12.7 volts")", 16));
+    EXPECT_EQ("12.7", text_of(R"("12.7 volts")", 5));
 
-    ASSERT_EQ(0, cjson_data_get(number.get(), KV_JSON_TEXT, buf, sizeof buf));
-    EXPECT_STREQ("1.500000", buf);
-    ASSERT_EQ(0, cjson_data_get(yes.get(), KV_JSON_TEXT, buf, sizeof buf));
-    EXPECT_STREQ("1.000000", buf);
-    ASSERT_EQ(0, cjson_data_get(text.get(), KV_JSON_TEXT, buf, sizeof buf));
-    EXPECT_STREQ("12.7 volts", buf);
-    ASSERT_EQ(0, cjson_data_get(text.get(), KV_JSON_TEXT, buf, 5));
-    EXPECT_STREQ("12.7", buf);
-
-    int32_t whole = 0;
-    ASSERT_EQ(0, cjson_data_get(text.get(), KV_JSON_I32, &whole, sizeof whole));
-    EXPECT_EQ(12, whole);
-    const Tree word(cJSON_CreateString("abc"));
-    whole = 7;
-    ASSERT_EQ(0, cjson_data_get(word.get(), KV_JSON_I32, &whole, sizeof whole));
-    EXPECT_EQ(0, whole);
+    EXPECT_EQ(
+        12, convert(Tree(cJSON_CreateString("12.7 volts")).get(), KV_JSON_I32));
+    EXPECT_EQ(0, convert(Tree(cJSON_CreateString("abc")).get(), KV_JSON_I32));
 }
 
 TEST(CjsonDataGet, RefusesBadArgumentsAndBuffersTooSmallForTheKind)
@@ -229,8 +174,6 @@ TEST(CjsonDataGet, RefusesBadArgumentsAndBuffersTooSmallForTheKind)
     EXPECT_EQ(-1, cjson_data_get(number.get(), KV_JSON_I64, out.bytes, 7));
     EXPECT_EQ(-1, cjson_data_get(number.get(), KV_JSON_FLOAT, out.bytes, 3));
     EXPECT_EQ(-1, cjson_data_get(number.get(), KV_JSON_DOUBLE, out.bytes, 7));
-    EXPECT_TRUE(out.untouched());
-
     cJSON textless{};
     textless.type = cJSON_String;
     EXPECT_EQ(-1, cjson_data_get(&textless, KV_JSON_TEXT, out.bytes, 8));
@@ -245,7 +188,6 @@ TEST(CjsonDataGet, RefusesBadArgumentsAndBuffersTooSmallForTheKind)
 TEST(CjsonValueGet, LooksKeysUpIgnoringCase)
 {
     const Tree object(cJSON_Parse(R"({"FanSpeed": 4200, "Name": "fan0"})"));
-    ASSERT_NE(nullptr, object);
     int32_t speed = 0;
     ASSERT_EQ(0, cjson_value_get(object.get(), "fanspeed", KV_JSON_I32, &speed,
                                  sizeof speed));
@@ -263,9 +205,8 @@ TEST(CjsonValueGet, LooksKeysUpIgnoringCase)
                                   sizeof name));
 }
 
-TEST(CjsonFileWrite, ReplacesTheFileWithTheFormattedTree)
+TEST(CjsonFileWrite, ReplacesTheFileWholeOrNotAtAll)
 {
-    make_dirs("/tmp/out");
     write_text("/tmp/out/board.json", "old");
     const Tree tree(cJSON_Parse(R"({"slot": 3, "cards": ["a", "b"]})"));
     ASSERT_EQ(0, cjson_file_write(tree.get(), "/tmp/out/board.json"));
@@ -274,32 +215,22 @@ TEST(CjsonFileWrite, ReplacesTheFileWithTheFormattedTree)
         cJSON_Print(tree.get()), &cJSON_free);
     EXPECT_EQ(formatted.get(), read_text("/tmp/out/board.json"));
     EXPECT_EQ(std::vector<std::string>{"board.json"}, names_in("/tmp/out"));
-}
 
-TEST(CjsonFileWrite, FailureLeavesNoScratchFileBehind)
-{
-    const Tree tree(cJSON_Parse(R"({"slot": 3})"));
+    // Failures leave no scratch file behind.
     make_dirs("/tmp/out/taken.json/inside");
     EXPECT_EQ(-1, cjson_file_write(tree.get(), "/tmp/out/taken.json"));
-    EXPECT_EQ(std::vector<std::string>{"taken.json"}, names_in("/tmp/out"));
-
     EXPECT_EQ(-1, cjson_file_write(tree.get(), "/tmp/out/no/such/dir.json"));
     EXPECT_EQ(-1, cjson_file_write(nullptr, "/tmp/out/x.json"));
     EXPECT_EQ(-1, cjson_file_write(tree.get(), nullptr));
-    EXPECT_EQ(std::vector<std::string>{"taken.json"}, names_in("/tmp/out"));
-}
+    EXPECT_EQ((std::vector<std::string>{"board.json", "taken.json"}),
+              names_in("/tmp/out"));
 
-// A scratch name cut to 127 characters could name another file; such a path
-// is refused instead.
-TEST(CjsonFileWrite, RefusesAPathTooLongForItsScratchName)
-{
-    const Tree tree(cJSON_Parse(R"({"slot": 3})"));
-    make_dirs("/tmp/out");
-    // Cut to 127 characters, the scratch name would be "/tmp/out/nnn...n".
+    // A scratch name cut to 127 characters could name another file; such a
+    // path is refused instead. Cut to 127 characters, the scratch name would be
+    // "/tmp/out/nnn...n".
     const std::string bystander = "/tmp/out/" + std::string(118, 'n');
-    const std::string path = bystander + ".json";
     write_text(bystander, "bystander");
-    EXPECT_EQ(-1, cjson_file_write(tree.get(), path.c_str()));
+    EXPECT_EQ(-1, cjson_file_write(tree.get(), (bystander + ".json").c_str()));
     EXPECT_EQ("bystander", read_text(bystander));
-    EXPECT_FALSE(read_text(path).has_value());
+    EXPECT_FALSE(read_text(bystander + ".json"));
 }

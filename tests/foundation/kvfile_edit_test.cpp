@@ -1,35 +1,15 @@
-#include "test_helpers.h"
+#include "foundation_test.h"
 
-#include <libkv/foundation.h>
+#include <cstdio>
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <string>
-#include <vector>
+using namespace kv::foundation::test;
 
 namespace
 {
-
-using kv::test::make_dirs;
-using kv::test::read_text;
-using kv::test::write_text;
-
 constexpr const char* kDir = "/tmp/cfg";
 constexpr const char* kConf = "/tmp/cfg/net.conf";
 constexpr const char* kOem = "/etc/default/obmc/hwmon/oem.conf";
-
-std::vector<std::string> names_in(const std::string& dir)
-{
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(dir))
-    {
-        names.push_back(entry.path().filename());
-    }
-    return names;
-}
+const std::vector<std::string> kConfOnly = {"net.conf"};
 
 // Backdates `path` so that any rewrite shows in its modification time.
 void backdate(const char* path)
@@ -45,42 +25,51 @@ struct stat status_of(const char* path)
     return info;
 }
 
-} // namespace
-
-TEST(WriteConfValue, ReplacesTheValueInPlaceAndKeepsEveryOtherLine)
+// `before` edited by replace_file_value, which must return `result`.
+std::string replaced(const std::string& before, const std::string& new_text,
+                     const std::string& old_text, int result = 0)
 {
-    write_text(kConf, "# network\n"
-                      "ip = 10.0.0.1 \n"
-                      "no separator here\n"
-                      "mask=255.0.0.0\n");
-    ASSERT_EQ(0, write_conf_value(kConf, "ip", "10.0.0.2"));
-    EXPECT_EQ("# network\n"
-              "ip=10.0.0.2\n"
-              "no separator here\n"
-              "mask=255.0.0.0\n",
-              read_text(kConf));
+    write_text(kConf, before);
+    EXPECT_EQ(result,
+              replace_file_value(kConf, new_text.c_str(), old_text.c_str()));
+    return read_text(kConf).value_or("<missing>");
 }
 
-TEST(WriteConfValue, AppendsAnAbsentKeyAndCreatesAMissingFile)
+// `before` as oem.conf after write_to_oem_conf(index, sensor, kind, value),
+// which must leave no scratch file.
+std::string oem_after(const char* before, uint8_t index, const char* sensor,
+                      int kind, long long value)
 {
-    make_dirs(kDir);
+    write_text(kOem, before);
+    EXPECT_EQ(0, write_to_oem_conf(index, sensor, kind, value));
+    EXPECT_EQ(std::vector<std::string>{"oem.conf"},
+              names_in("/etc/default/obmc/hwmon"));
+    return read_text(kOem).value_or("<missing>");
+}
+
+} // namespace
+
+// The first line with the key is replaced in place, every other line kept;
+// an absent key is appended, on a line of its own, to a file made if need be.
+TEST(WriteConfValue, ReplacesTheFirstMatchInPlaceOrAppends)
+{
+    write_text(kConf, "# network\nip = 10.0.0.1 \nno separator here\n"
+                      "mask=255.0.0.0\nip=10.0.0.9\n");
+    ASSERT_EQ(0, write_conf_value(kConf, "ip", "10.0.0.2"));
+    EXPECT_EQ("# network\nip=10.0.0.2\nno separator here\nmask=255.0.0.0\n"
+              "ip=10.0.0.9\n",
+              read_text(kConf));
+
+    std::remove(kConf);
     ASSERT_EQ(0, write_conf_value(kConf, "dhcp", "on"));
     EXPECT_EQ("dhcp=on\n", read_text(kConf));
-
     ASSERT_EQ(0, write_conf_value_safe(kConf, "mtu", "1500", ':'));
     EXPECT_EQ("dhcp=on\nmtu:1500\n", read_text(kConf));
 
     write_text(kConf, "last=1"); // no final newline
     ASSERT_EQ(0, write_conf_value(kConf, "next", "2"));
     EXPECT_EQ("last=1\nnext=2\n", read_text(kConf));
-    EXPECT_EQ(std::vector<std::string>{"net.conf"}, names_in(kDir));
-}
-
-TEST(WriteConfValue, OnlyTheFirstOfDuplicateKeysChanges)
-{
-    write_text(kConf, "dns=1\nother=x\ndns=2\n");
-    ASSERT_EQ(0, write_conf_value(kConf, "dns", "3"));
-    EXPECT_EQ("dns=3\nother=x\ndns=2\n", read_text(kConf));
+    EXPECT_EQ(kConfOnly, names_in(kDir));
 }
 
 TEST(WriteConfValue, UnchangedValueLeavesTheFileAlone)
@@ -123,25 +112,22 @@ TEST(WriteConfValue, FailuresReportAndLeaveNoScratchFile)
     // The rename cannot put a file over a directory.
     make_dirs("/tmp/cfg/net.conf/inside");
     EXPECT_EQ(-ENOENT, write_conf_value(kConf, "k", "v"));
-    EXPECT_EQ(std::vector<std::string>{"net.conf"}, names_in(kDir));
+    EXPECT_EQ(kConfOnly, names_in(kDir));
 }
 
-TEST(DeleteConfValue, RemovesEveryLineWithTheKey)
+TEST(DeleteConfValue, RemovesEveryLineWithTheKeyAndNothingElse)
 {
     write_text(kConf, "dns=1\n dns = 2\nother=x\n#dns=3\ndns=4");
     ASSERT_EQ(0, delete_conf_value_safe(kConf, "dns", '='));
     EXPECT_EQ("other=x\n#dns=3\n", read_text(kConf));
-    EXPECT_EQ(std::vector<std::string>{"net.conf"}, names_in(kDir));
-}
+    EXPECT_EQ(kConfOnly, names_in(kDir));
 
-TEST(DeleteConfValue, AbsentKeyOrFileIsNotAnError)
-{
-    write_text(kConf, "a=1\n");
+    // An absent key, under either separator, leaves the file alone.
     backdate(kConf);
-    EXPECT_EQ(0, delete_conf_value_safe(kConf, "b", '='));
-    EXPECT_EQ(0, delete_conf_value_safe(kConf, "a", ':'));
+    EXPECT_EQ(0, delete_conf_value_safe(kConf, "dns", '='));
+    EXPECT_EQ(0, delete_conf_value_safe(kConf, "other", ':'));
     EXPECT_EQ(1000, status_of(kConf).st_mtim.tv_sec);
-    EXPECT_EQ("a=1\n", read_text(kConf));
+    EXPECT_EQ("other=x\n#dns=3\n", read_text(kConf));
 
     EXPECT_EQ(0, delete_conf_value_safe("/tmp/cfg/missing", "a", '='));
     EXPECT_FALSE(read_text("/tmp/cfg/missing").has_value());
@@ -149,41 +135,18 @@ TEST(DeleteConfValue, AbsentKeyOrFileIsNotAnError)
     EXPECT_EQ(-1, delete_conf_value_safe(kConf, nullptr, '='));
 }
 
+// 0 replaced (the first occurrence), 1 not found (file untouched), -1 error;
+// the rewrite drops the file's last byte.
 TEST(ReplaceFileValue, ReplacesTheFirstOccurrenceAndDropsTheLastByte)
 {
-    write_text(kConf, "x=1\n");
-    ASSERT_EQ(0, replace_file_value(kConf, "2", "1"));
-    EXPECT_EQ("x=2", read_text(kConf));
+    const std::string big(5000, 'L');
+    EXPECT_EQ("x=2", replaced("x=1\n", "2", "1"));
+    EXPECT_EQ("b a a", replaced("a a a\n", "b", "a"));
+    EXPECT_EQ("head " + big + " tail", replaced("head OLD tail\n", big, "OLD"));
+    EXPECT_EQ("head  tail", replaced("head " + big + " tail\n", "", big));
+    EXPECT_EQ("x=1\n", replaced("x=1\n", "2", "9", 1));
+    EXPECT_EQ("", replaced("", "2", "1", 1));
 
-    write_text(kConf, "a a a\n");
-    ASSERT_EQ(0, replace_file_value(kConf, "b", "a"));
-    EXPECT_EQ("b a a", read_text(kConf));
-}
-
-TEST(ReplaceFileValue, NewTextOfAnyLength)
-{
-    const std::string long_text(5000, 'L');
-    write_text(kConf, "head OLD tail\n");
-    ASSERT_EQ(0, replace_file_value(kConf, long_text.c_str(), "OLD"));
-    EXPECT_EQ("head " + long_text + " tail", read_text(kConf));
-
-    ASSERT_EQ(0, replace_file_value(kConf, "", long_text.c_str()));
-    EXPECT_EQ("head  tai", read_text(kConf));
-}
-
-TEST(ReplaceFileValue, MissingTextLeavesTheFileUntouched)
-{
-    write_text(kConf, "x=1\n");
-    EXPECT_EQ(1, replace_file_value(kConf, "2", "9"));
-    EXPECT_EQ("x=1\n", read_text(kConf));
-
-    write_text(kConf, "");
-    EXPECT_EQ(1, replace_file_value(kConf, "2", "1"));
-    EXPECT_EQ("", read_text(kConf));
-}
-
-TEST(ReplaceFileValue, FailsForMissingFilesAndArguments)
-{
     write_text(kConf, "x=1\n");
     EXPECT_EQ(-1, replace_file_value("/tmp/cfg/missing", "2", "1"));
     EXPECT_EQ(-1, replace_file_value(nullptr, "2", "1"));
@@ -192,62 +155,27 @@ TEST(ReplaceFileValue, FailsForMissingFilesAndArguments)
     EXPECT_EQ("x=1\n", read_text(kConf));
 }
 
-TEST(WriteToOemConf, SetsTheFirstMatchingThresholdAfterTheSensorLine)
+// A line naming the sensor (by substring) arms the search; the first line
+// after it holding the kind's prefix and the index (also by substring) gets
+// the value.
+TEST(WriteToOemConf, SetsTheFirstMatchingThresholdAfterEachSensorLine)
 {
-    write_text(kOem, "CRITHI_3=1\n"
-                     "[cpu_temp]\n"
-                     "WARNHI_3=80000\n"
-                     "CRITHI_3=90000\n"
-                     "CRITHI_3=91000\n"
-                     "[mem_temp]\n"
-                     "CRITHI_3=70000\n");
-    EXPECT_EQ(0,
-              write_to_oem_conf(3, "cpu_temp", KV_THRESHOLD_CRIT_HIGH, 95000));
-    EXPECT_EQ("CRITHI_3=1\n"
-              "[cpu_temp]\n"
-              "WARNHI_3=80000\n"
-              "CRITHI_3=95000\n"
-              "CRITHI_3=91000\n"
-              "[mem_temp]\n"
-              "CRITHI_3=70000\n",
-              read_text(kOem));
-    EXPECT_EQ(std::vector<std::string>{"oem.conf"},
-              names_in("/etc/default/obmc/hwmon"));
-}
+    EXPECT_EQ(
+        "CRITHI_3=1\n[cpu_temp]\nWARNHI_3=80000\nCRITHI_4=1\nCRITHI_3=95000\n"
+        "CRITHI_3=91000\n[mem_temp]\nCRITHI_3=70000\n",
+        oem_after("CRITHI_3=1\n[cpu_temp]\nWARNHI_3=80000\nCRITHI_4=1\n"
+                  "CRITHI_3=90000\nCRITHI_3=91000\n[mem_temp]\n"
+                  "CRITHI_3=70000\n",
+                  3, "cpu_temp", KV_THRESHOLD_CRIT_HIGH, 95000));
+    EXPECT_EQ("cpu_temp\nCRITLO_1=-10\ncpu_temp\nWARNLO_1=6\nCRITLO_1=-10\n",
+              oem_after("cpu_temp\nCRITLO_1=5\ncpu_temp\nWARNLO_1=6\n"
+                        "CRITLO_1=7\n",
+                        1, "cpu_temp", KV_THRESHOLD_CRIT_LOW, -10));
+    EXPECT_EQ("fan_speed\nWARNHI_12=300\nWARNHI_1=200\n",
+              oem_after("fan_speed\nWARNHI_12=100\nWARNHI_1=200\n", 1,
+                        "fan_speed", KV_THRESHOLD_WARN_HIGH, 300));
 
-TEST(WriteToOemConf, EachSensorLineArmsTheSearchAgain)
-{
-    write_text(kOem, "cpu_temp\n"
-                     "CRITLO_1=5\n"
-                     "cpu_temp\n"
-                     "WARNLO_1=6\n"
-                     "CRITLO_1=7\n");
-    EXPECT_EQ(0, write_to_oem_conf(1, "cpu_temp", KV_THRESHOLD_CRIT_LOW, -10));
-    EXPECT_EQ("cpu_temp\n"
-              "CRITLO_1=-10\n"
-              "cpu_temp\n"
-              "WARNLO_1=6\n"
-              "CRITLO_1=-10\n",
-              read_text(kOem));
-}
-
-// Matching is by substring: index 1 also matches a key holding "12".
-TEST(WriteToOemConf, IndexMatchesAsASubstring)
-{
-    write_text(kOem, "fan_speed\n"
-                     "WARNHI_12=100\n"
-                     "WARNHI_1=200\n");
-    EXPECT_EQ(0,
-              write_to_oem_conf(1, "fan_speed", KV_THRESHOLD_WARN_HIGH, 300));
-    EXPECT_EQ("fan_speed\n"
-              "WARNHI_12=300\n"
-              "WARNHI_1=200\n",
-              read_text(kOem));
-}
-
-TEST(WriteToOemConf, MissingFileIsLeftMissing)
-{
-    make_dirs("/etc/default/obmc/hwmon");
+    std::remove(kOem);
     EXPECT_EQ(0, write_to_oem_conf(3, "cpu_temp", KV_THRESHOLD_CRIT_HIGH, 1));
     EXPECT_TRUE(names_in("/etc/default/obmc/hwmon").empty());
     EXPECT_EQ(0, write_to_oem_conf(3, nullptr, KV_THRESHOLD_CRIT_HIGH, 1));

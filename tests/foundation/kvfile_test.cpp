@@ -1,17 +1,9 @@
-#include "test_helpers.h"
+#include "foundation_test.h"
 
-#include <libkv/foundation.h>
-
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <string>
+using namespace kv::foundation::test;
 
 namespace
 {
-
-using kv::test::write_text;
-
 constexpr const char* kConf = "/tmp/settings.conf";
 
 // Value of `key` read with size 256, or "<none>" when the reader fails.
@@ -26,57 +18,29 @@ std::string read_value(const char* key, char sep = '=')
     return value;
 }
 
-std::string trimmed(const char* text)
-{
-    char buf[64];
-    std::strcpy(buf, text);
-    EXPECT_EQ(0, get_valid_string(buf));
-    return buf;
-}
-
 } // namespace
 
-TEST(ReadConfValue, TrimsKeyAndValueAndSplitsAtTheFirstSeparator)
+// Key and value are trimmed, the line is split at its first separator, keys
+// match exactly and the first matching line wins. Lines are read in
+// 255-character pieces, and each piece counts as a line.
+TEST(ReadConfValue, FirstLineWhoseTrimmedKeyMatchesGivesTheTrimmedValue)
 {
-    write_text(kConf, " key = value \r\n"
-                      "a=b=c\n"
-                      "empty=\n"
-                      "spaced = two words\t\n");
+    const std::string long_piece = "long=" + std::string(250, 'v');
+    kv::test::write_text(
+        kConf, " key = value \r\na=b=c\nempty=\nspaced = two words\t\n"
+               "#port=1\nPORT=2\nportx=3\n\tport=4\nport\nport=5\nport=6\n"
+               "host=ignored\nhost: bmc:623\n" +
+                   long_piece + "tail=end\n");
     EXPECT_EQ("value", read_value("key"));
     EXPECT_EQ("b=c", read_value("a"));
     EXPECT_EQ("", read_value("empty"));
     EXPECT_EQ("two words", read_value("spaced"));
-}
-
-TEST(ReadConfValue, KeysMatchExactlyAndTheFirstMatchingLineWins)
-{
-    write_text(kConf, "#port=1\n"
-                      "PORT=2\n"
-                      "portx=3\n"
-                      "\tport=4\n"
-                      "port\n"
-                      "port=5\n"
-                      "port=6\n");
     EXPECT_EQ("5", read_value("port"));
     EXPECT_EQ("1", read_value("#port"));
     EXPECT_EQ("<none>", read_value("por"));
     EXPECT_EQ("<none>", read_value(" port"));
-}
-
-TEST(ReadConfValue, UsesTheCallersSeparator)
-{
-    write_text(kConf, "host=ignored\n"
-                      "host: bmc:623\n");
     EXPECT_EQ("bmc:623", read_value("host", ':'));
     EXPECT_EQ("<none>", read_value("host=ignored", ':'));
-}
-
-// Lines are read in 255-character pieces, and each piece counts as a line.
-TEST(ReadConfValue, LongLinesAreReadInPieces)
-{
-    const std::string first_piece = "long=" + std::string(250, 'v');
-    ASSERT_EQ(255u, first_piece.size());
-    write_text(kConf, first_piece + "tail=end\n");
     EXPECT_EQ(std::string(250, 'v'), read_value("long"));
     EXPECT_EQ("end", read_value("tail"));
 }
@@ -84,7 +48,7 @@ TEST(ReadConfValue, LongLinesAreReadInPieces)
 TEST(ReadConfValue, CutsTheValueToTheCallersSize)
 {
     const std::string value(200, 'z');
-    write_text(kConf, "big=" + value + "\n");
+    kv::test::write_text(kConf, "big=" + value + "\n");
 
     char plain[200];
     std::memset(plain, 'X', sizeof plain);
@@ -99,7 +63,7 @@ TEST(ReadConfValue, CutsTheValueToTheCallersSize)
 
 TEST(ReadConfValue, FailsForMissingKeysFilesAndArguments)
 {
-    write_text(kConf, "k=v\n");
+    kv::test::write_text(kConf, "k=v\n");
     char value[128];
     EXPECT_EQ(-1, read_conf_value(kConf, "other", value));
     EXPECT_EQ(-1, read_conf_value("/tmp/missing.conf", "k", value));
@@ -111,6 +75,12 @@ TEST(ReadConfValue, FailsForMissingKeysFilesAndArguments)
 
 TEST(GetValidString, TrimsLeadingSpacesAndTrailingBlanksAndControls)
 {
+    const auto trimmed = [](const char* text) {
+        char buf[16];
+        std::strcpy(buf, text);
+        EXPECT_EQ(0, get_valid_string(buf));
+        return std::string(buf);
+    };
     EXPECT_EQ("a b", trimmed("   a b \t\r\n"));
     EXPECT_EQ("x", trimmed("x\x01\x7f "));
     EXPECT_EQ("\tx", trimmed("\tx")); // only spaces lead

@@ -1,23 +1,11 @@
 // Library log records, guard warnings and the assertions that end the
 // process.
-#include "test_helpers.h"
+#include "foundation_test.h"
 
-#include <libkv/foundation.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <string>
+using namespace kv::foundation::test;
 
 namespace
 {
-
-using kv::test::read_text;
-using testing::ContainsRegex;
-using testing::HasSubstr;
-using testing::MatchesRegex;
-
 std::string record_prefix()
 {
     return R"(libkv\[)" + std::to_string(getpid()) +
@@ -33,22 +21,20 @@ int checked_half(int n)
     return n / 2;
 }
 
-TEST(LibraryLog, RecordsArePrefixedAndWrittenWhole)
+// Records are written whole; the warnings name file, line, function and
+// expression in their order.
+TEST(LibraryLog, RecordsArePrefixedWholeAndNameWhereTheyComeFrom)
 {
     const std::string long_text(3000, 'w');
     _kv_warn("%s|\n", long_text.c_str());
-    const std::string log = read_text("/tmp/log").value_or("");
-    EXPECT_THAT(log, MatchesRegex(record_prefix() + "w+\\|\n"));
-    EXPECT_EQ(log.find(long_text + "|\n") + long_text.size() + 2, log.size());
-}
-
-TEST(LibraryLog, ReturnIfFailNamesFileLineFunctionAndExpression)
-{
     _kv_warn_return_if_fail("f", "x > 0", "/a/b/common", 12);
+    _kv_warn_message("%s:%d %s/%s\n", "one", "two", "/src/access/common", 40);
     EXPECT_THAT(read_text("/tmp/log").value_or(""),
-                MatchesRegex(record_prefix() +
+                MatchesRegex(record_prefix() + long_text + "\\|\n" +
+                             record_prefix() +
                              "\\[common\\(12\\)\\] f expression \"x > 0\" "
-                             "failed\\.\n"));
+                             "failed\\.\n" +
+                             record_prefix() + "common:40 one/two\n"));
 }
 
 TEST(LibraryLog, GuardMacroReturnsEarlyOnlyWhenTheCheckFails)
@@ -63,39 +49,24 @@ TEST(LibraryLog, GuardMacroReturnsEarlyOnlyWhenTheCheckFails)
                           "failed.\n"));
 }
 
-TEST(LibraryLog, WarnMessageOrdersItsArguments)
-{
-    _kv_warn_message("%s:%d %s/%s\n", "one", "two", "/src/access/common", 40);
-    EXPECT_THAT(read_text("/tmp/log").value_or(""),
-                HasSubstr("]: common:40 one/two\n"));
-}
-
-TEST(Assertions, TrueConditionIsReturnedUntouched)
+TEST(Assertions, TrueConditionPassesFailuresLogABacktraceAndExitWithOne)
 {
     EXPECT_EQ(_kv_real_assert(5u, "x", "f.cpp", 1, "fn"), 5u);
     EXPECT_FALSE(read_text("/tmp/log"));
-}
 
-TEST(Assertions, FailedAssertionLogsBacktraceAndExitsWithOne)
-{
     EXPECT_EXIT(_kv_real_assert(0, "a == b", "/x/y.cpp", 7, "fn"),
+                testing::ExitedWithCode(1), "");
+    EXPECT_EXIT(_kv_real_assert_not_reached("fn", "/x/y.cpp", 9),
                 testing::ExitedWithCode(1), "");
     const std::string log = read_text("/tmp/log").value_or("");
     EXPECT_THAT(log, HasSubstr("]: assertion failed \"a == b\" file "
                                "\"/x/y.cpp\" line 7 function fn"));
+    EXPECT_THAT(log, HasSubstr("]: File \"/x/y.cpp\" line 9 should not have "
+                               "been reached: fn"));
     // Each frame is a plain trace line "  <symbol>" followed by an empty
     // line, because the frame text already ends in a newline.
     EXPECT_THAT(log, ContainsRegex(R"(\] [0-9-]{8} [0-9:]{8}   [^ ]*libkv\.so)"
                                    "[^\n]*\n\n"));
-}
-
-TEST(Assertions, NotReachedLogsAndExitsWithOne)
-{
-    EXPECT_EXIT(_kv_real_assert_not_reached("fn", "/x/y.cpp", 9),
-                testing::ExitedWithCode(1), "");
-    EXPECT_THAT(read_text("/tmp/log").value_or(""),
-                HasSubstr("]: File \"/x/y.cpp\" line 9 should not have been "
-                          "reached: fn"));
 }
 
 } // namespace

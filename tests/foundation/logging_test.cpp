@@ -1,35 +1,19 @@
 // The three file channels: plain trace, raw trace and the classified log
 // with its 4 MiB archive step.
-#include "test_helpers.h"
-
-#include <libkv/foundation.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "foundation_test.h"
 
 #include <ctime>
-#include <filesystem>
-#include <string>
+
+using namespace kv::foundation::test;
 
 namespace
 {
-
-using kv::test::make_dirs;
-using kv::test::read_text;
-using kv::test::stdout_of;
-using kv::test::write_text;
-using testing::MatchesRegex;
-
 constexpr size_t kArchiveThreshold = 4194304;
 const std::string kErrorLog = "/run/BMCInfo/Development/Log/bmc/log_error";
 const std::string kArchiveDir = "/media/card/BMCInfo/Development/Log/bmc";
-
-std::string pid_text()
-{
-    return std::to_string(getpid());
-}
+// A line's stamp: ctime text without the newline.
+const std::string kCtime =
+    R"([A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} [0-9]{4})";
 
 void make_log_dirs()
 {
@@ -44,7 +28,8 @@ TEST(PlainTrace, OneStampedLinePerMessageCutAt1023)
     veldmarke_log("%s", std::string(2000, 'a').c_str());
 
     const std::string stamp = R"([0-9-]{8} [0-9:]{8})";
-    const std::string prefix = R"(\[)" + pid_text() + R"(\] )" + stamp + " ";
+    const std::string prefix =
+        R"(\[)" + std::to_string(getpid()) + R"(\] )" + stamp + " ";
     const auto log = read_text("/tmp/log");
     ASSERT_TRUE(log);
     EXPECT_THAT(*log, testing::ContainsRegex(
@@ -74,13 +59,10 @@ TEST(ClassifiedLog, LineIsCtimeTextDashMessageInTheTypesFile)
               "save_log_to_nv_storage: open file [" + kErrorLog + "] fail \n");
     log_call(KV_LOG_ACTION, "%s", std::string(1500, 'c').c_str());
 
-    const std::string ctime_text =
-        R"([A-Z][a-z][a-z] [A-Z][a-z][a-z] [ 0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9] [0-9]{4})";
-    EXPECT_THAT(
-        read_text(kErrorLog).value_or(""),
-        MatchesRegex(ctime_text + "-i2c rw data failed bus=3. i2c:12 f\n"));
+    EXPECT_THAT(read_text(kErrorLog).value_or(""),
+                MatchesRegex(kCtime + "-i2c rw data failed bus=3. i2c:12 f\n"));
     EXPECT_THAT(read_text(log_path[KV_LOG_ACTION]).value_or(""),
-                MatchesRegex(ctime_text + "-c+\n"));
+                MatchesRegex(kCtime + "-c+\n"));
     EXPECT_EQ(read_text(log_path[KV_LOG_ACTION])
                   .value_or("")
                   .find(std::string(1023, 'c') + "\n"),
@@ -92,10 +74,14 @@ TEST(ClassifiedLog, LineIsCtimeTextDashMessageInTheTypesFile)
 TEST(ClassifiedLog, InvalidTypesAreRefusedAndWriteNothing)
 {
     make_log_dirs();
-    EXPECT_EQ(stdout_of([] { log_call(6, "x"); }),
-              "log_call: invalid log type[6] \n");
-    EXPECT_EQ(stdout_of([] { log_call(-1, "x"); }),
-              "log_call: invalid log type[-1] \n");
+    for (int type : {6, -1})
+    {
+        int result = 0;
+        EXPECT_EQ(stdout_of([&] { result = log_call(type, "x"); }),
+                  "log_call: invalid log type[" + std::to_string(type) +
+                      "] \n");
+        EXPECT_EQ(result, -1);
+    }
     EXPECT_TRUE(std::filesystem::is_empty("/run/BMCInfo/Development/Log/bmc"));
     EXPECT_TRUE(std::filesystem::is_empty("/var/BMCInfo/Development/Log/bmc"));
 }
@@ -114,7 +100,7 @@ TEST(ClassifiedLog, DebugLinesNeedTheGateFileAndObeyItAtOnce)
 
     const auto log = read_text(debug_log);
     ASSERT_TRUE(log);
-    EXPECT_THAT(*log, MatchesRegex(".*-shown\n"));
+    EXPECT_THAT(*log, MatchesRegex(kCtime + "-shown\n"));
 }
 
 std::string filled(size_t size)
@@ -127,52 +113,35 @@ std::string filled(size_t size)
     return content;
 }
 
-std::string expected_archive(const std::tm& t)
+// Archives are named by the raw tm fields of the local time.
+std::string expected_archive(std::time_t when)
 {
+    std::tm t{};
+    localtime_r(&when, &t);
     return kArchiveDir + "/log_error_" + std::to_string(t.tm_year) + "-" +
            std::to_string(t.tm_mon) + "-" + std::to_string(t.tm_mday) + "_" +
            std::to_string(t.tm_hour) + "-" + std::to_string(t.tm_min) + "-" +
            std::to_string(t.tm_sec);
 }
 
-std::tm local_time(std::time_t when)
-{
-    std::tm t{};
-    localtime_r(&when, &t);
-    return t;
-}
-
-std::tm local_now()
-{
-    return local_time(std::time(nullptr));
-}
-
-TEST(ClassifiedLog, FileJustBelowFourMebibytesKeepsGrowing)
+TEST(ClassifiedLog, FullFileIsArchivedByteForByteAndRestartedAt4MiB)
 {
     make_log_dirs();
     make_dirs(kArchiveDir);
     write_text(kErrorLog, filled(kArchiveThreshold - 1));
-
     EXPECT_EQ(save_log_to_nv_storage(KV_LOG_ERROR, kErrorLog.c_str()), 0);
     log_call(KV_LOG_ERROR, "next");
-
     EXPECT_GT(read_text(kErrorLog).value_or("").size(), kArchiveThreshold);
     EXPECT_TRUE(std::filesystem::is_empty(kArchiveDir));
-}
 
-TEST(ClassifiedLog, FullFileIsArchivedByteForByteAndRestarted)
-{
-    make_log_dirs();
-    make_dirs(kArchiveDir);
     const std::string history = filled(kArchiveThreshold);
     write_text(kErrorLog, history);
-
-    const std::tm before = local_now();
+    const std::time_t before = std::time(nullptr);
     log_call(KV_LOG_ERROR, "first of the new file");
-    const std::tm after = local_now();
+    const std::time_t after = std::time(nullptr);
 
     EXPECT_THAT(read_text(kErrorLog).value_or(""),
-                MatchesRegex(".*-first of the new file\n"));
+                MatchesRegex(kCtime + "-first of the new file\n"));
     auto archive = read_text(expected_archive(before));
     if (!archive)
     {
@@ -191,7 +160,7 @@ TEST(ClassifiedLog, ArchiveOfTheSameSecondIsExtended)
     {
         write_text(kErrorLog, history);
         const std::time_t start = std::time(nullptr);
-        const std::string name = expected_archive(local_time(start));
+        const std::string name = expected_archive(start);
         write_text(name, "older archive\n");
         EXPECT_EQ(save_log_to_nv_storage(KV_LOG_ERROR, kErrorLog.c_str()), 1);
         if (std::time(nullptr) == start)
@@ -216,7 +185,7 @@ TEST(ClassifiedLog, WithoutTheCardTheHistoryIsDropped)
     EXPECT_EQ(out, "save_log_to_nv_storage: SD do not present,but the file[" +
                        kErrorLog + "] length out of space\n");
     EXPECT_THAT(read_text(kErrorLog).value_or(""),
-                MatchesRegex("[^\n]*-after the drop\n"));
+                MatchesRegex(kCtime + "-after the drop\n"));
 }
 
 TEST(ClassifiedLog, ArchiveStepResultCodes)

@@ -1,23 +1,15 @@
 // Process lookup through pidof, queued signals and /proc lookups.
-#include "test_helpers.h"
+#include "foundation_test.h"
 
-#include <libkv/foundation.h>
-
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <string>
+
+using namespace kv::foundation::test;
 
 namespace
 {
-
 std::string exe_name(pid_t pid)
 {
     std::error_code error;
@@ -105,13 +97,10 @@ TEST(SendSignal, QueuesThePayloadToTheNamedProcess)
     sigaddset(&usr1, SIGUSR1);
     sigset_t old;
     sigprocmask(SIG_BLOCK, &usr1, &old);
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
     const pid_t child = fork();
     if (child == 0)
     {
         std::strcpy(program_invocation_name, "kvrecv");
-        (void)!write(ready[1], "r", 1);
         siginfo_t info{};
         const timespec limit{10, 0};
         if (sigtimedwait(&usr1, &info, &limit) != SIGUSR1)
@@ -121,10 +110,10 @@ TEST(SendSignal, QueuesThePayloadToTheNamedProcess)
         _exit(info.si_code == SI_QUEUE ? info.si_value.sival_int : 201);
     }
     sigprocmask(SIG_SETMASK, &old, nullptr);
-    char byte = 0;
-    ASSERT_EQ(read(ready[0], &byte, 1), 1);
-    close(ready[0]);
-    close(ready[1]);
+    for (int i = 0; i < 500 && get_pid_by_name("kvrecv") != child; ++i)
+    {
+        usleep(10000);
+    }
 
     EXPECT_EQ(send_signal_to_process("kvrecv", SIGUSR1, 42), 0);
     int status = 0;

@@ -1,27 +1,17 @@
 // Text trimming and tables, the sort, IPv6 texts, platform probes and the
 // local-time texts.
-#include "test_helpers.h"
-
-#include <libkv/foundation.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "foundation_test.h"
 
 #include <algorithm>
 #include <climits>
-#include <cstring>
 #include <ctime>
-#include <filesystem>
 #include <fstream>
-#include <string>
-#include <vector>
+
+using namespace kv::foundation::test;
 
 namespace
 {
-
-using testing::ElementsAre;
-
-TEST(Trim, LeadingTrailingAndBoth)
+TEST(Trim, LeadingTrailingBothAndBlanks)
 {
     EXPECT_STREQ(skip_leading_chars(" \t\r\n x y ", nullptr), "x y ");
     EXPECT_STREQ(skip_leading_chars("--=a-", "-="), "a-");
@@ -35,13 +25,11 @@ TEST(Trim, LeadingTrailingAndBoth)
     char* stripped = string_strip(both);
     EXPECT_STREQ(stripped, "value 1");
     EXPECT_EQ(stripped, both + 2) << "result must point into the input";
-}
 
-TEST(Trim, DeleteStringBlankMovesTextToTheFront)
-{
-    char text[] = "   a\tb  ";
-    EXPECT_EQ(delete_string_blank(text), 0);
-    EXPECT_STREQ(text, "a\tb");
+    // delete_string_blank moves the text to the front; only spaces count.
+    char blank[] = "   a\tb  ";
+    EXPECT_EQ(delete_string_blank(blank), 0);
+    EXPECT_STREQ(blank, "a\tb");
     char tabs[] = "\t a \t";
     delete_string_blank(tabs);
     EXPECT_STREQ(tabs, "\t a \t") << "only spaces are blanks here";
@@ -97,13 +85,22 @@ std::vector<uint32_t> parsed(const std::string& text,
     return words;
 }
 
-TEST(Ipv6Parse, GroupsFillFromBothEndsOfTheGap)
+// Groups fill from both ends of the gap; at most eight groups and 39
+// characters are read, and an over-long group keeps its last 16 bits.
+TEST(Ipv6Parse, GroupsFillFromBothEndsOfTheGapAndStayInsideTheAddress)
 {
     EXPECT_THAT(parsed("2001:db8:0:1:2:3:4:ABCD"),
                 ElementsAre(0x20010db8, 0x00000001, 0x00020003, 0x0004abcd));
     EXPECT_THAT(parsed("fe80::1"), ElementsAre(0xfe800000, 0, 0, 1));
     EXPECT_THAT(parsed("1:2::7:8"), ElementsAre(0x00010002, 0, 0, 0x00070008));
     EXPECT_THAT(parsed("::ffff:a0b"), ElementsAre(0, 0, 0, 0xffff0a0b));
+    EXPECT_THAT(parsed("1:2:3:4:5:6:7:8:9:a:b:c"),
+                ElementsAre(0x00010002, 0x00030004, 0x00050006, 0x00070008));
+    EXPECT_THAT(parsed("::1:2:3:4:5:6:7:8:9:a:b:c"),
+                ElementsAre(0x00010002, 0x00030004, 0x00050006, 0x00070008));
+    EXPECT_THAT(parsed("1::" + std::string(35, '0') + "abcd"),
+                ElementsAre(0x00010000, 0, 0, 0xa));
+    EXPECT_THAT(parsed("12345::"), ElementsAre(0x23450000, 0, 0, 0));
 }
 
 TEST(Ipv6Parse, UnnamedGroupsKeepTheirValues)
@@ -117,77 +114,64 @@ TEST(Ipv6Parse, UnnamedGroupsKeepTheirValues)
                 ElementsAre(0x00010002, 0x00034444, 0x55556666, 0x77778888));
 }
 
-TEST(Ipv6Parse, BadTextStaysInsideTheAddress)
+TEST(Probes, DriveVendorFromModelAndTheSku)
 {
-    // Twelve groups on either side: at most eight are taken.
-    EXPECT_THAT(parsed("1:2:3:4:5:6:7:8:9:a:b:c"),
-                ElementsAre(0x00010002, 0x00030004, 0x00050006, 0x00070008));
-    EXPECT_THAT(parsed("::1:2:3:4:5:6:7:8:9:a:b:c"),
-                ElementsAre(0x00010002, 0x00030004, 0x00050006, 0x00070008));
-    // Text past 39 characters is not read; over-long groups keep 16 bits.
-    EXPECT_THAT(parsed("1::" + std::string(35, '0') + "abcd"),
-                ElementsAre(0x00010000, 0, 0, 0xa));
-    EXPECT_THAT(parsed("12345::"), ElementsAre(0x23450000, 0, 0, 0));
-}
-
-TEST(Probes, DriveVendorFromModel)
-{
-    char out[16] = "untouched";
-    EXPECT_EQ(get_raid_hdd_manufacturer("HGST intel", out), -1);
-    EXPECT_EQ(get_raid_hdd_manufacturer("WDC ST", out), -1);
-    EXPECT_STREQ(out, "untouched");
-    EXPECT_EQ(get_raid_hdd_manufacturer("SSDSC2KB INTEL 480G", out), 0);
-    EXPECT_STREQ(out, "Intel");
-    EXPECT_EQ(get_raid_hdd_manufacturer("SAMSUNG MZ7LH", out), 0);
-    EXPECT_STREQ(out, "Samsung");
-    EXPECT_EQ(get_raid_hdd_manufacturer("st4000NM0035", out), 0);
-    EXPECT_STREQ(out, "Seagate");
-    EXPECT_EQ(get_raid_hdd_manufacturer("INTEL STyle", out), 0);
-    EXPECT_STREQ(out, "Intel") << "order of the checks";
+    const auto vendor = [](const char* model) {
+        char out[16] = "untouched";
+        const int rc = get_raid_hdd_manufacturer(model, out);
+        return std::to_string(rc) + " " + out;
+    };
+    EXPECT_EQ("-1 untouched", vendor("HGST intel"));
+    EXPECT_EQ("-1 untouched", vendor("WDC ST"));
+    EXPECT_EQ("0 Intel", vendor("SSDSC2KB INTEL 480G"));
+    EXPECT_EQ("0 Samsung", vendor("SAMSUNG MZ7LH"));
+    EXPECT_EQ("0 Seagate", vendor("st4000NM0035"));
+    EXPECT_EQ("0 Intel", vendor("ST INTEL 480G")) << "order of the checks";
+    EXPECT_EQ("0 Samsung", vendor("ST SAMSUNG")) << "order of the checks";
     EXPECT_EQ(get_sku(), 4);
 }
 
-// A 16 MiB image, zero but for an NV-data volume header at `offset` whose
-// last GUID byte is xor-ed with `flip`.
-void make_image(long offset, unsigned char flip = 0)
+// bios_is_legal of a 16 MiB image, zero but for an NV-data volume header (16
+// zero bytes and the file system GUID) at `offset`, with byte `spoil` of the
+// header changed.
+int legal_with_volume_at(long offset, int spoil = -1)
 {
+    unsigned char header[32] = {0};
     const unsigned char guid[16] = {0x8d, 0x2b, 0xf1, 0xff, 0x96, 0x76,
                                     0x8b, 0x4c, 0xa9, 0x85, 0x27, 0x47,
                                     0x07, 0x5b, 0x4f, 0x50};
+    std::memcpy(header + 16, guid, sizeof guid);
+    if (spoil >= 0)
+    {
+        header[spoil] ^= 0x01;
+    }
     std::ofstream("/tmp/bios").close();
     std::filesystem::resize_file("/tmp/bios", 16L << 20);
-    std::fstream image("/tmp/bios", std::ios::in | std::ios::out);
-    image.seekp(offset + 16);
-    image.write(reinterpret_cast<const char*>(guid), 15);
-    image.put(static_cast<char>(guid[15] ^ flip));
+    std::fstream("/tmp/bios", std::ios::in | std::ios::out)
+        .seekp(offset)
+        .write(reinterpret_cast<const char*>(header), sizeof header);
+    return bios_is_legal("/tmp/bios");
 }
 
 TEST(Probes, BiosImageNeedsTheNvVolumeOnAMiBBoundary)
 {
-    make_image(7L << 20);
-    EXPECT_EQ(bios_is_legal("/tmp/bios"), 0);
-    make_image(15L << 20);
-    EXPECT_EQ(bios_is_legal("/tmp/bios"), 0);
-    make_image(6L << 20);
-    EXPECT_EQ(bios_is_legal("/tmp/bios"), 1);
-    make_image((11L << 20) + 16);
-    EXPECT_EQ(bios_is_legal("/tmp/bios"), 1);
-    make_image(11L << 20, 0x01);
-    EXPECT_EQ(bios_is_legal("/tmp/bios"), 1);
-    EXPECT_EQ(bios_is_legal("/tmp/missing"), 1);
+    EXPECT_EQ(0, legal_with_volume_at(7L << 20));
+    EXPECT_EQ(0, legal_with_volume_at(15L << 20));
+    EXPECT_EQ(1, legal_with_volume_at(6L << 20));
+    EXPECT_EQ(1, legal_with_volume_at((11L << 20) + 16));
+    EXPECT_EQ(1, legal_with_volume_at(11L << 20, 31));
+    EXPECT_EQ(1, legal_with_volume_at(11L << 20, 0));
+    EXPECT_EQ(1, bios_is_legal("/tmp/missing"));
 }
 
-TEST(LocalTime, TimestampIsCtimeFormWithoutNewline)
+TEST(LocalTime, TimestampIsCtimeFormAndTimeStringTheCalendarTime)
 {
-    char buf[64];
-    EXPECT_EQ(get_timestamp_string(buf), 0);
-    EXPECT_THAT(std::string(buf),
+    char stamp[64];
+    EXPECT_EQ(get_timestamp_string(stamp), 0);
+    EXPECT_THAT(std::string(stamp),
                 testing::MatchesRegex("[A-Z][a-z]{2} [A-Z][a-z]{2} [ 1-3][0-9] "
                                       "[0-9]{2}:[0-9]{2}:[0-9]{2} [0-9]{4}"));
-}
 
-TEST(LocalTime, TimeStringIsTheCalendarTime)
-{
     char buf[32];
     const time_t before = time(nullptr);
     EXPECT_EQ(time_string_get(buf, sizeof buf), buf);

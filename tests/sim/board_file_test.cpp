@@ -2,19 +2,20 @@
 #include "sim_fixture.h"
 #include "test_helpers.h"
 
-#include <gmock/gmock.h>
-
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 namespace kv::sim::test
 {
 namespace
 {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
+
+// A board file whose bus 1 holds `devices`.
+std::string bus1(const std::string& devices)
+{
+    return R"({"buses": [{"bus": 1, "devices": [)" + devices + "]}]}";
+}
 
 std::vector<uint8_t> first_bytes(int bus, int address, std::size_t count)
 {
@@ -43,16 +44,13 @@ TEST(BoardFiles, MemoryComesFromHexListsFilesAndSingleBytes)
     // A part larger than 256 bytes defaults to 2-byte addressing.
     BusHandle bus(4);
     ASSERT_EQ(0, bus.bind(0x51));
-    const uint8_t address[] = {0x03, 0xff};
-    ASSERT_EQ(2, ::write(bus.fd(), address, 2));
-    uint8_t value = 0;
-    ASSERT_EQ(1, ::read(bus.fd(), &value, 1));
-    EXPECT_EQ(7, value);
+    ASSERT_TRUE(send(bus, {0x03, 0xff}));
+    EXPECT_THAT(receive(bus, 1), ElementsAre(7));
 }
 
 struct Mistake
 {
-    const char* json;
+    std::string json;
     const char* message;
 };
 
@@ -61,28 +59,23 @@ TEST(BoardFiles, MistakesAreReportedWithTheirPlace)
     const Mistake mistakes[] = {
         {R"({"buses": [{"bus": 1, "devise": []}]})",
          "buses[0]: unknown member \"devise\""},
-        {R"({"buses": [{"bus": 1, "devices": [{"type": "fpga",
-            "address": 1}]}]})",
+        {bus1(R"({"type": "fpga", "address": 1})"),
          "buses[0].devices[0].type: unknown device type"},
-        {R"({"buses": [{"bus": 1, "devices": [{"type": "cpld",
-            "address": 128}]}]})",
+        {bus1(R"({"type": "cpld", "address": 128})"),
          "devices[0].address: out of range"},
-        {R"({"buses": [{"bus": 1, "devices": [{"type": "eeprom",
-            "address": 80, "size": 4, "contents": "0102030405"}]}]})",
+        {bus1(R"({"type": "eeprom", "address": 80, "size": 4,
+                  "contents": "0102030405"})"),
          "contents: larger than the device"},
-        {R"({"buses": [{"bus": 1, "devices": [{"type": "eeprom",
-            "address": 80, "size": 4, "contents": "012"}]}]})",
+        {bus1(R"({"type": "eeprom", "address": 80, "size": 4,
+                  "contents": "012"})"),
          "contents: expected pairs of hex digits"},
-        {R"({"buses": [{"bus": 1, "devices": [{"type": "cpld",
-            "address": 80, "bytes": {"256": 1}}]}]})",
+        {bus1(R"({"type": "cpld", "address": 80, "bytes": {"256": 1}})"),
          "bytes.256: not an offset of the device"},
-        {R"({"buses": [{"bus": 1, "devices": [{"type": "eeprom",
-            "address": 80}]}]})",
-         "\"size\" is missing"},
+        {bus1(R"({"type": "eeprom", "address": 80})"), "\"size\" is missing"},
         {R"({"buses": [{"bus": 1, "without": ["smbus_pec"]}]})",
          "without[0]: unknown function \"smbus_pec\""},
-        {R"({"buses": [{"bus": 1, "devices": [{"type": "eeprom",
-            "address": 80, "size": 8, "file": "missing.bin"}]}]})",
+        {bus1(R"({"type": "eeprom", "address": 80, "size": 8,
+                  "file": "missing.bin"})"),
          "cannot read"},
         {R"({"buses": [{"bus": 1)", "not valid JSON"},
     };
@@ -106,19 +99,16 @@ TEST(BoardFiles, InconsistentBoardsAreRefused)
 {
     const Mistake mistakes[] = {
         {R"({"buses": [{"bus": 1}, {"bus": 1}]})", "declared twice"},
-        {R"({"buses": [{"bus": 1, "devices": [
-            {"type": "cpld", "address": 63},
-            {"type": "eeprom", "address": 63, "size": 8}]}]})",
+        {bus1(R"({"type": "cpld", "address": 63},
+                 {"type": "eeprom", "address": 63, "size": 8})"),
          "address taken"},
-        {R"({"buses": [{"bus": 1, "devices": [
-            {"type": "pca9546", "address": 112, "channels": [2, 3, 4]}]}]})",
+        {bus1(R"({"type": "pca9546", "address": 112, "channels": [2, 3, 4]})"),
          "4 channels"},
-        {R"({"buses": [{"bus": 1, "devices": [
-            {"type": "pca9546", "address": 112, "channels": [2, 3, 4, 2]}]}]})",
+        {bus1(R"({"type": "pca9546", "address": 112,
+                  "channels": [2, 3, 4, 2]})"),
          "declared twice"},
-        {R"({"buses": [{"bus": 1, "devices": [
-            {"type": "eeprom", "address": 80, "size": 512,
-             "address_bytes": 1}]}]})",
+        {bus1(R"({"type": "eeprom", "address": 80, "size": 512,
+                  "address_bytes": 1})"),
          "does not fit its addressing"},
         {R"({"buses": [
             {"bus": 20, "devices": [{"type": "pca9546", "address": 112,

@@ -2,13 +2,9 @@
 // one run see the same board.
 #include "sim_fixture.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <string>
-#include <vector>
+#include <cstdio>
 
 namespace kv::sim::test
 {
@@ -21,50 +17,33 @@ struct Outcome
     std::string output;
 };
 
-Outcome run(std::vector<std::string> arguments)
+// Runs a shell command; its exit status and standard output.
+Outcome run(const std::string& command)
 {
-    int pipe_ends[2];
-    if (::pipe2(pipe_ends, O_CLOEXEC) != 0)
-    {
-        return {};
-    }
-    const pid_t child = ::fork();
-    if (child == 0)
-    {
-        ::dup2(pipe_ends[1], STDOUT_FILENO);
-        std::vector<char*> argv;
-        for (std::string& argument : arguments)
-        {
-            argv.push_back(argument.data());
-        }
-        argv.push_back(nullptr);
-        ::execv(argv[0], argv.data());
-        ::_exit(126);
-    }
-    ::close(pipe_ends[1]);
     Outcome outcome;
+    std::FILE* pipe = ::popen(command.c_str(), "r");
     char chunk[256];
-    ssize_t got = 0;
-    while ((got = ::read(pipe_ends[0], chunk, sizeof(chunk))) > 0)
+    for (std::size_t got; (got = std::fread(chunk, 1, sizeof chunk, pipe));)
     {
-        outcome.output.append(chunk, static_cast<std::size_t>(got));
+        outcome.output.append(chunk, got);
     }
-    ::close(pipe_ends[0]);
-    int status = 0;
-    ::waitpid(child, &status, 0);
+    const int status = ::pclose(pipe);
     outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return outcome;
 }
 
+const std::string kvsim = KVSIM_TOOL " " + example_board + " ";
+
+// i2ctransfer sends its messages as one I2C_RDWR request, as libkv does.
 TEST(Kvsim, ProgramsOfOneRunShareTheBoardAndTheChannelMap)
 {
-    const std::string script =
-        "set -e; " KVSIM_I2CSET " -y 11 0x3f 5 0xa5; " KVSIM_I2CGET
-        " -y 11 0x3f 5; cat /var/run/obmcinfo/i2c/i2c-13-4; " KVSIM_READ_REGISTER
-        " 1 0x3f 0; " KVSIM_READ_REGISTER " 19 0x3f 0; " KVSIM_I2CGET
-        " -y 13 0x70";
-    const Outcome outcome =
-        run({KVSIM_TOOL, example_board, "--", "/bin/sh", "-c", script});
+    const Outcome outcome = run(
+        kvsim +
+        "-- /bin/sh -c 'set -e; " KVSIM_I2CSET
+        " -y 11 0x3f 5 0xa5; " KVSIM_I2CGET
+        " -y 11 0x3f 5; cat /var/run/obmcinfo/i2c/i2c-13-4; " KVSIM_I2CTRANSFER
+        " -y 1 w1@0x3f 0 r1; " KVSIM_I2CTRANSFER
+        " -y 19 w1@0x3f 0 r1; " KVSIM_I2CGET " -y 13 0x70'");
     EXPECT_EQ(0, outcome.status);
     EXPECT_EQ("0xa5\n19\n0x0e\n0x08\n0x08\n", outcome.output);
 }
@@ -72,12 +51,8 @@ TEST(Kvsim, ProgramsOfOneRunShareTheBoardAndTheChannelMap)
 TEST(Kvsim, EachRunHasABoardOfItsOwn)
 {
     load_board(example_board);
-    const Outcome first = run({KVSIM_TOOL, example_board, KVSIM_I2CSET, "-y",
-                               "11", "0x3f", "5", "0xa5"});
-    const Outcome second =
-        run({KVSIM_TOOL, example_board, KVSIM_I2CGET, "-y", "11", "0x3f", "5"});
-    EXPECT_EQ(0, first.status);
-    EXPECT_EQ("0x00\n", second.output);
+    EXPECT_EQ(0, run(kvsim + KVSIM_I2CSET " -y 11 0x3f 5 0xa5").status);
+    EXPECT_EQ("0x00\n", run(kvsim + KVSIM_I2CGET " -y 11 0x3f 5").output);
     // Nor does a run touch the board of the process that started it.
     EXPECT_TRUE(wire_log().empty());
     EXPECT_EQ(0x00, device_memory(11, 0x3f)[5]);
@@ -85,13 +60,12 @@ TEST(Kvsim, EachRunHasABoardOfItsOwn)
 
 TEST(Kvsim, WrongUseIsRefused)
 {
-    EXPECT_EQ(2, run({KVSIM_TOOL}).status);
-    EXPECT_EQ(2, run({KVSIM_TOOL, example_board}).status);
-    EXPECT_EQ(2, run({KVSIM_TOOL, example_board, "--"}).status);
-    EXPECT_EQ(2, run({KVSIM_TOOL, "--help", "true"}).status);
-    EXPECT_EQ(1, run({KVSIM_TOOL, "/nonexistent/board.json", "true"}).status);
-    EXPECT_EQ(127,
-              run({KVSIM_TOOL, example_board, "/nonexistent/program"}).status);
+    EXPECT_EQ(2, run(KVSIM_TOOL).status);
+    EXPECT_EQ(2, run(kvsim).status);
+    EXPECT_EQ(2, run(kvsim + "--").status);
+    EXPECT_EQ(2, run(KVSIM_TOOL " --help true").status);
+    EXPECT_EQ(1, run(KVSIM_TOOL " /nonexistent/board.json true").status);
+    EXPECT_EQ(127, run(kvsim + "/nonexistent/program").status);
 }
 
 } // namespace

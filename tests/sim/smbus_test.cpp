@@ -2,26 +2,13 @@
 // kernel does it on a plain I2C adapter.
 #include "sim_fixture.h"
 
-// libi2c's header has no C++ guard.
-extern "C"
-{
-#include <i2c/smbus.h>
-}
-
-#include <gmock/gmock.h>
-#include <linux/i2c-dev.h>
-#include <sys/ioctl.h>
-
-#include <cerrno>
 #include <optional>
-#include <vector>
 
 namespace kv::sim::test
 {
 namespace
 {
 
-using testing::ElementsAre;
 using testing::ElementsAreArray;
 
 class Smbus : public ExampleBoard
@@ -33,24 +20,22 @@ class Smbus : public ExampleBoard
         cpld_.emplace(11);
         ASSERT_EQ(0, cpld_->bind(0x3f));
     }
-
     int fd() const
     {
         return cpld_->fd();
     }
-
-    std::vector<uint8_t> registers(std::size_t from, std::size_t count) const
-    {
-        const std::vector<uint8_t> all = device_memory(11, 0x3f);
-        return {all.begin() + from, all.begin() + from + count};
-    }
-
-  private:
     std::optional<BusHandle> cpld_;
 };
 
-TEST_F(Smbus, ByteAndWordTransactionsGoOnTheWireAsTheKernelEmulatesThem)
+std::vector<uint8_t> registers(std::size_t from, std::size_t count)
 {
+    const std::vector<uint8_t> all = device_memory(11, 0x3f);
+    return {all.begin() + from, all.begin() + from + count};
+}
+
+TEST_F(Smbus, ByteWordAndCallTransactionsGoOnTheWireAsTheKernelEmulatesThem)
+{
+    set_device_memory(11, 0x3f, 0x42, {0x78, 0x56});
     EXPECT_EQ(0x01, i2c_smbus_read_byte_data(fd(), 0x00));
     EXPECT_EQ(0x0201, i2c_smbus_read_word_data(fd(), 0x00));
     EXPECT_EQ(0, i2c_smbus_write_byte_data(fd(), 0x20, 0x5a));
@@ -58,24 +43,20 @@ TEST_F(Smbus, ByteAndWordTransactionsGoOnTheWireAsTheKernelEmulatesThem)
     EXPECT_EQ(0, i2c_smbus_write_byte(fd(), 0x01));
     EXPECT_EQ(0x02, i2c_smbus_read_byte(fd()));
     EXPECT_EQ(0, i2c_smbus_write_quick(fd(), I2C_SMBUS_WRITE));
+    EXPECT_EQ(0x5678, i2c_smbus_process_call(fd(), 0x40, 0x1234));
 
     EXPECT_EQ(0x5a, registers(0x20, 1)[0]);
     EXPECT_THAT(registers(0x30, 2), ElementsAre(0xef, 0xbe));
+    EXPECT_THAT(registers(0x40, 2), ElementsAre(0x34, 0x12));
     EXPECT_THAT(
         wire_log(),
-        ElementsAre(sent(11, 0x3f, {0x00}), received(11, 0x3f, {0x01}, true),
-                    sent(11, 0x3f, {0x00}),
-                    received(11, 0x3f, {0x01, 0x02}, true),
-                    sent(11, 0x3f, {0x20, 0x5a}),
-                    sent(11, 0x3f, {0x30, 0xef, 0xbe}), sent(11, 0x3f, {0x01}),
-                    received(11, 0x3f, {0x02}), sent(11, 0x3f, {})));
-}
-
-TEST_F(Smbus, ProcessCallWritesAWordAndReadsOneBack)
-{
-    set_device_memory(11, 0x3f, 0x42, {0x78, 0x56});
-    EXPECT_EQ(0x5678, i2c_smbus_process_call(fd(), 0x40, 0x1234));
-    EXPECT_THAT(registers(0x40, 2), ElementsAre(0x34, 0x12));
+        ElementsAre(
+            sent(11, 0x3f, {0x00}), received(11, 0x3f, {0x01}, true),
+            sent(11, 0x3f, {0x00}), received(11, 0x3f, {0x01, 0x02}, true),
+            sent(11, 0x3f, {0x20, 0x5a}), sent(11, 0x3f, {0x30, 0xef, 0xbe}),
+            sent(11, 0x3f, {0x01}), received(11, 0x3f, {0x02}),
+            sent(11, 0x3f, {}), sent(11, 0x3f, {0x40, 0x34, 0x12}),
+            received(11, 0x3f, {0x78, 0x56}, true)));
 }
 
 TEST_F(Smbus, BlockReadTakesItsLengthFromTheDevice)

@@ -2,85 +2,64 @@
 // the bound address, and combined I2C_RDWR requests.
 #include "sim_fixture.h"
 
-// libi2c's header has no C++ guard.
-extern "C"
-{
-#include <i2c/smbus.h>
-}
-
-#include <gmock/gmock.h>
-#include <linux/i2c-dev.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <vector>
-
 namespace kv::sim::test
 {
 namespace
 {
 
-using testing::ElementsAre;
-
 using PlainTransfers = ExampleBoard;
 
+// Unbound, a descriptor addresses 0, where nothing answers; an empty write
+// probes.
 TEST_F(PlainTransfers, BoundAddressIsWrittenAndReadWithStopsBetween)
 {
     BusHandle bus(11);
-    ASSERT_EQ(0, bus.bind(0x3f));
-    const uint8_t update[] = {0x10, 0xaa, 0xbb};
-    EXPECT_EQ(3, ::write(bus.fd(), update, sizeof(update)));
-    const uint8_t offset = 0x10;
-    EXPECT_EQ(1, ::write(bus.fd(), &offset, 1));
-    uint8_t values[2] = {};
-    EXPECT_EQ(2, ::read(bus.fd(), values, sizeof(values)));
-    EXPECT_THAT(values, ElementsAre(0xaa, 0xbb));
-    EXPECT_EQ(0xbb, device_memory(11, 0x3f)[0x11]);
-
-    EXPECT_THAT(wire_log(), ElementsAre(sent(11, 0x3f, {0x10, 0xaa, 0xbb}),
-                                        sent(11, 0x3f, {0x10}),
-                                        received(11, 0x3f, {0xaa, 0xbb})));
-}
-
-TEST_F(PlainTransfers, AbsentAddressesNakAndEmptyWritesProbe)
-{
-    BusHandle bus(11);
     uint8_t byte = 0x55;
-    // Unbound, a descriptor addresses 0, where nothing answers.
-    errno = 0;
-    EXPECT_EQ(-1, ::read(bus.fd(), &byte, 1));
-    EXPECT_EQ(ENXIO, errno);
-
+    EXPECT_EQ(ENXIO, ERRNO_OF(::read(bus.fd(), &byte, 1)));
     ASSERT_EQ(0, bus.bind(0x3f));
-    EXPECT_EQ(0, ::write(bus.fd(), &byte, 0));
-    ASSERT_EQ(0, bus.bind(0x20));
-    errno = 0;
-    EXPECT_EQ(-1, ::write(bus.fd(), &byte, 0));
-    EXPECT_EQ(ENXIO, errno);
-    errno = 0;
-    EXPECT_EQ(-1, ::read(bus.fd(), &byte, 1));
-    EXPECT_EQ(ENXIO, errno);
+    EXPECT_TRUE(send(bus, {0x10, 0xaa, 0xbb}));
+    EXPECT_TRUE(send(bus, {0x10}));
+    EXPECT_THAT(receive(bus, 2), ElementsAre(0xaa, 0xbb));
+    EXPECT_EQ(0xbb, device_memory(11, 0x3f)[0x11]);
+    EXPECT_EQ(0, probe(bus, 0x3f));
+    EXPECT_EQ(ENXIO, probe(bus, 0x20));
+    EXPECT_EQ(ENXIO, ERRNO_OF(::read(bus.fd(), &byte, 1)));
     EXPECT_EQ(0x55, byte);
 
-    EXPECT_THAT(wire_log(),
-                ElementsAre(failed_read(11, 0x00, 1, ENXIO), sent(11, 0x3f, {}),
-                            sent(11, 0x20, {}, false, ENXIO),
-                            failed_read(11, 0x20, 1, ENXIO)));
+    EXPECT_THAT(wire_log(), ElementsAre(failed_read(11, 0x00, 1, ENXIO),
+                                        sent(11, 0x3f, {0x10, 0xaa, 0xbb}),
+                                        sent(11, 0x3f, {0x10}),
+                                        received(11, 0x3f, {0xaa, 0xbb}),
+                                        sent(11, 0x3f, {}),
+                                        sent(11, 0x20, {}, false, ENXIO),
+                                        failed_read(11, 0x20, 1, ENXIO)));
 }
 
 using CombinedTransfers = ExampleBoard;
 
-TEST_F(CombinedTransfers, WriteThenReadIsOneRequestWithARepeatedStart)
+// A write then a read is one request with a repeated start; the first
+// failing message ends a request, which then hands back no read data.
+TEST_F(CombinedTransfers, MessagesFollowEachOtherUntilTheFirstFailure)
 {
-    BusHandle bus(5);
-    std::vector<uint8_t> offset{0x19};
-    std::vector<uint8_t> presence(1);
-    EXPECT_EQ(2, combined(bus.fd(), {write_message(0x3f, offset),
-                                     read_message(0x3f, presence)}));
-    EXPECT_THAT(presence, ElementsAre(0xfe));
+    uint8_t presence = 0;
+    EXPECT_EQ(2, read_register(BusHandle(5), 0x3f, 0x19, &presence));
+    EXPECT_EQ(0xfe, presence);
+
+    BusHandle bus(11);
+    std::vector<uint8_t> offset{0x00};
+    std::vector<uint8_t> first(1, 0x55);
+    std::vector<uint8_t> absent(1, 0x55);
+    std::vector<uint8_t> last(1, 0x55);
+    EXPECT_EQ(ENXIO, ERRNO_OF(combined(bus.fd(), {write_message(0x3f, offset),
+                                                  read_message(0x3f, first),
+                                                  read_message(0x20, absent),
+                                                  read_message(0x3f, last)})));
+    EXPECT_THAT(first, ElementsAre(0x55));
     EXPECT_THAT(wire_log(), ElementsAre(sent(5, 0x3f, {0x19}),
-                                        received(5, 0x3f, {0xfe}, true)));
+                                        received(5, 0x3f, {0xfe}, true),
+                                        sent(11, 0x3f, {0x00}),
+                                        received(11, 0x3f, {0x01}, true),
+                                        failed_read(11, 0x20, 1, ENXIO, true)));
 }
 
 TEST_F(CombinedTransfers, RequestsBeyondTheDriversLimitsAreRefusedUnsent)
@@ -93,44 +72,21 @@ TEST_F(CombinedTransfers, RequestsBeyondTheDriversLimitsAreRefusedUnsent)
 
     for (std::size_t count : {std::size_t{0}, std::size_t{43}})
     {
-        errno = 0;
-        EXPECT_EQ(-1, combined(bus.fd(), std::vector<i2c_msg>(
-                                             count, read_message(0x50, byte))));
-        EXPECT_EQ(EINVAL, errno) << count;
+        EXPECT_EQ(EINVAL, ERRNO_OF(combined(
+                              bus.fd(), std::vector<i2c_msg>(
+                                            count, read_message(0x50, byte)))))
+            << count;
     }
     std::vector<uint8_t> too_long(8193);
-    errno = 0;
-    EXPECT_EQ(-1, combined(bus.fd(), {read_message(0x50, byte),
-                                      read_message(0x50, too_long)}));
-    EXPECT_EQ(EINVAL, errno);
+    EXPECT_EQ(EINVAL,
+              ERRNO_OF(combined(bus.fd(), {read_message(0x50, byte),
+                                           read_message(0x50, too_long)})));
     i2c_rdwr_ioctl_data no_messages{nullptr, 1};
-    errno = 0;
-    EXPECT_EQ(-1, ::ioctl(bus.fd(), I2C_RDWR, &no_messages));
-    EXPECT_EQ(EINVAL, errno);
+    EXPECT_EQ(EINVAL, ERRNO_OF(::ioctl(bus.fd(), I2C_RDWR, &no_messages)));
     EXPECT_TRUE(wire_log().empty());
 
     std::vector<uint8_t> whole(8192);
     EXPECT_EQ(1, combined(bus.fd(), {read_message(0x50, whole)}));
-}
-
-TEST_F(CombinedTransfers, FirstFailingMessageEndsTheRequestWithoutReadData)
-{
-    BusHandle bus(11);
-    std::vector<uint8_t> offset{0x00};
-    std::vector<uint8_t> first(1, 0x55);
-    std::vector<uint8_t> absent(1, 0x55);
-    std::vector<uint8_t> last(1, 0x55);
-    errno = 0;
-    EXPECT_EQ(-1,
-              combined(bus.fd(),
-                       {write_message(0x3f, offset), read_message(0x3f, first),
-                        read_message(0x20, absent), read_message(0x3f, last)}));
-    EXPECT_EQ(ENXIO, errno);
-    // The driver hands read data back only for a request that succeeded.
-    EXPECT_THAT(first, ElementsAre(0x55));
-    EXPECT_THAT(wire_log(), ElementsAre(sent(11, 0x3f, {0x00}),
-                                        received(11, 0x3f, {0x01}, true),
-                                        failed_read(11, 0x20, 1, ENXIO, true)));
 }
 
 TEST(RemovedFunctions, BusesOfferOnlyWhatTheBoardLeavesThem)
@@ -157,15 +113,9 @@ TEST(RemovedFunctions, BusesOfferOnlyWhatTheBoardLeavesThem)
 
     BusHandle smbus_only(8);
     ASSERT_EQ(0, smbus_only.bind(0x3f));
-    std::vector<uint8_t> offset{0x02};
-    std::vector<uint8_t> value(1);
-    errno = 0;
-    EXPECT_EQ(-1, combined(smbus_only.fd(), {write_message(0x3f, offset),
-                                             read_message(0x3f, value)}));
-    EXPECT_EQ(EOPNOTSUPP, errno);
-    errno = 0;
-    EXPECT_EQ(-1, ::read(smbus_only.fd(), value.data(), 1));
-    EXPECT_EQ(EOPNOTSUPP, errno);
+    EXPECT_EQ(EOPNOTSUPP, ERRNO_OF(read_register(smbus_only, 0x3f, 2)));
+    uint8_t byte = 0;
+    EXPECT_EQ(EOPNOTSUPP, ERRNO_OF(::read(smbus_only.fd(), &byte, 1)));
     EXPECT_EQ(9, i2c_smbus_read_byte_data(smbus_only.fd(), 0x02));
 }
 

@@ -3,11 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kv::test
 {
@@ -20,6 +23,18 @@ void write_text(const std::string& path, std::string_view content);
 
 // mkdir -p.
 void make_dirs(const std::string& path);
+
+// Sorted names of the entries of a directory.
+inline std::vector<std::string> names_in(const std::string& dir)
+{
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(dir))
+    {
+        names.push_back(entry.path().filename());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
 
 // What `call` prints on standard output.
 template <typename Call>

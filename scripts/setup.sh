@@ -17,6 +17,7 @@ googletest
 libgtest-dev
 libgmock-dev
 sysvinit-utils
+freeipmi-tools
 "
 
 missing=""

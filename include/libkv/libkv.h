@@ -3,6 +3,7 @@
 #define LIBKV_LIBKV_H
 
 #include <libkv/foundation.h>
+#include <libkv/fru.h>
 #include <libkv/hw.h>
 #include <libkv/ipc.h>
 

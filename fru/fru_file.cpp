@@ -1,0 +1,40 @@
+// The image as the file default-fru.bin, and the whole fru.ini-to-file run.
+#include "foundation/resources.h"
+
+#include <libkv/fru.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+int write_to_bin(void)
+{
+    // Mode 0 and no O_TRUNC: the tool has always created it so, and a longer
+    // earlier image keeps its tail.
+    kv::detail::UniqueFd fd(::open("default-fru.bin", O_RDWR | O_CREAT, 0));
+    const std::size_t length =
+        std::min<std::size_t>(bmc_fru_len, sizeof bmc_fru_date);
+    if (!fd ||
+        ::write(fd.get(), bmc_fru_date, length) != static_cast<ssize_t>(length))
+    {
+        std::printf("write bin file error2.");
+        return -12;
+    }
+    return 0;
+}
+
+int create_fru_bin(void)
+{
+    fru_init();
+    if (fru_read_ini() != 0)
+    {
+        return 15;
+    }
+    if (get_fru_date() != 0)
+    {
+        return 16;
+    }
+    return write_to_bin();
+}

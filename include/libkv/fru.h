@@ -1,0 +1,252 @@
+/* libkv FRU inventory: the process-wide FRU record, its binary image (IPMI
+ * FRU storage format 1.0: common header, chassis, board and product areas,
+ * an opaque multirecord block) and the fru.ini description. Plain C.
+ *
+ * All state is global and one per process; nothing here is reentrant. */
+#ifndef LIBKV_FRU_H
+#define LIBKV_FRU_H
+
+#include <libkv/export.h>
+
+#include <stdint.h>
+
+KV_EXTERN_C_BEGIN
+
+/* ---- FRU record and image ----------------------------------------------- */
+
+#define KV_FRU_FIELD_BYTES 64
+#define KV_FRU_CUSTOM_FIELDS 8
+#define KV_FRU_AREA_BYTES 1024
+#define KV_FRU_IMAGE_BYTES 4096
+
+/* Type/length byte of a string field: 0 absent (custom fields only), 0xC0
+ * present and empty, 0xC1..0xFF present with (value - 0xC0) data bytes. */
+#define KV_FRU_TYPE_ASCII 0xC0
+/* Also the end-of-fields marker of an area. */
+#define KV_FRU_END_OF_FIELDS 0xC1
+
+struct kv_fru_field
+{
+    uint8_t type_len;
+    uint8_t data[KV_FRU_FIELD_BYTES];
+};
+
+struct kv_fru_custom_fields
+{
+    uint8_t type_len[KV_FRU_CUSTOM_FIELDS];
+    uint8_t data[KV_FRU_CUSTOM_FIELDS][KV_FRU_FIELD_BYTES];
+};
+
+/* Offsets are in units of 8 bytes. */
+struct kv_fru_header
+{
+    uint8_t format_version;
+    uint8_t internal_use_offset;
+    uint8_t chassis_offset;
+    uint8_t board_offset;
+    uint8_t product_offset;
+    uint8_t multirecord_offset;
+    uint8_t pad;
+    uint8_t checksum;
+};
+
+/* Held in the record, never written to an image. */
+struct kv_fru_internal_use
+{
+    uint8_t format_version;
+    uint8_t data[4];
+};
+
+enum
+{
+    KV_FRU_CHASSIS_PART_NUMBER,
+    KV_FRU_CHASSIS_SERIAL_NUMBER,
+    KV_FRU_CHASSIS_FIELDS
+};
+
+struct kv_fru_chassis_area
+{
+    uint8_t format_version;
+    uint8_t length; /* in units of 8 bytes */
+    uint8_t type;
+    struct kv_fru_field field[KV_FRU_CHASSIS_FIELDS];
+    struct kv_fru_custom_fields custom;
+    uint8_t end_of_fields;
+    uint8_t pad_count;
+    uint8_t checksum;
+};
+
+enum
+{
+    KV_FRU_BOARD_MANUFACTURER,
+    KV_FRU_BOARD_PRODUCT_NAME,
+    KV_FRU_BOARD_SERIAL_NUMBER,
+    KV_FRU_BOARD_PART_NUMBER,
+    KV_FRU_BOARD_FILE_ID,
+    KV_FRU_BOARD_FIELDS
+};
+
+struct kv_fru_board_area
+{
+    uint8_t format_version;
+    uint8_t length;
+    uint8_t language;
+    /* Minutes since 1996-01-01 00:00, least significant byte first. */
+    uint8_t mfg_date[3];
+    struct kv_fru_field field[KV_FRU_BOARD_FIELDS];
+    struct kv_fru_custom_fields custom;
+    uint8_t end_of_fields;
+    uint8_t pad_count;
+    uint8_t checksum;
+};
+
+enum
+{
+    KV_FRU_PRODUCT_MANUFACTURER,
+    KV_FRU_PRODUCT_NAME,
+    KV_FRU_PRODUCT_PART_NUMBER,
+    KV_FRU_PRODUCT_VERSION,
+    KV_FRU_PRODUCT_SERIAL_NUMBER,
+    KV_FRU_PRODUCT_ASSET_TAG,
+    KV_FRU_PRODUCT_FILE_ID,
+    KV_FRU_PRODUCT_FIELDS
+};
+
+struct kv_fru_product_area
+{
+    uint8_t format_version;
+    uint8_t length;
+    uint8_t language;
+    struct kv_fru_field field[KV_FRU_PRODUCT_FIELDS];
+    struct kv_fru_custom_fields custom;
+    uint8_t end_of_fields;
+    uint8_t pad_count;
+    uint8_t checksum;
+};
+
+/* 2504 bytes, byte-aligned, no padding. */
+struct kv_fru_record
+{
+    struct kv_fru_header header;
+    struct kv_fru_internal_use internal_use;
+    struct kv_fru_chassis_area chassis;
+    struct kv_fru_board_area board;
+    struct kv_fru_product_area product;
+};
+
+struct kv_fru_area_buffer
+{
+    uint32_t count;
+    uint8_t data[KV_FRU_AREA_BYTES];
+};
+
+/* In image order. */
+struct kv_fru_buffers
+{
+    struct kv_fru_area_buffer header;
+    struct kv_fru_area_buffer chassis;
+    struct kv_fru_area_buffer board;
+    struct kv_fru_area_buffer product;
+    struct kv_fru_area_buffer multirecord;
+};
+
+KV_EXPORT extern struct kv_fru_record fru;
+KV_EXPORT extern struct kv_fru_buffers fru_buff;
+KV_EXPORT extern uint8_t bmc_fru_date[KV_FRU_IMAGE_BYTES];
+KV_EXPORT extern uint32_t bmc_fru_len;
+
+/* Zeroes record, buffers and image and sets the defaults (format versions
+ * 1, chassis type 2, board date 2017-03-10 10:18, end markers 0xC1). */
+KV_EXPORT int fru_init(void);
+
+/* Area builders, record to buffer: 0, or -1 when a custom field's
+ * type/length byte is invalid or a fixed field's is below 0xC0. */
+KV_EXPORT int get_chassis_date(void);
+KV_EXPORT int get_board_date(void);
+KV_EXPORT int get_product_date(void);
+/* Header from the three built areas. Its multirecord offset goes to the
+ * record only; the image always carries 0 there. */
+KV_EXPORT int get_head_date(void);
+/* The fixed 22-byte OEM multirecord block into its buffer. */
+KV_EXPORT int get_multirecord_date(void);
+/* Builds the areas and header and assembles bmc_fru_date/bmc_fru_len with
+ * whatever the multirecord buffer holds: 0, or 4/5/6/7 for the failing
+ * chassis/board/product/header step. */
+KV_EXPORT int get_fru_date(void);
+
+/* Image to record. Reads never go past `length` bytes of `image`; an area
+ * that does not fit counts as bad. 0, or 9/10/11/12 for a bad
+ * header/chassis/board/product area. The multirecord area is not parsed. */
+KV_EXPORT int parse_bin_date(const uint8_t* image, int length);
+/* Checks and loads 8 header bytes (`count` must be at least 8): 0 or -31. */
+KV_EXPORT int parse_bin_to_head(const uint8_t* bytes, int count);
+/* One area each. `area` must hold as many bytes as its own length byte
+ * states (at most 248). 0; -31 for a bad length or checksum, or more than
+ * eight custom fields; -32 for a field that runs past the area or is not
+ * 8-bit ASCII. */
+KV_EXPORT int parse_bin_to_chassis(const uint8_t* area);
+KV_EXPORT int parse_bin_to_board(const uint8_t* area);
+KV_EXPORT int parse_bin_to_product(const uint8_t* area);
+/* Copies up to 1024 bytes into the multirecord buffer; 0. */
+KV_EXPORT int parse_bin_to_multirecord(const uint8_t* bytes, int count);
+
+/* Writes the image to ./default-fru.bin (created with mode 0, never
+ * truncated): 0, or -12 on a short write. */
+KV_EXPORT int write_to_bin(void);
+/* fru_init, fru_read_ini, get_fru_date, write_to_bin: 0; 15 when the ini
+ * cannot be read, 16 when the build fails, else write_to_bin's result. */
+KV_EXPORT int create_fru_bin(void);
+/* "year/month/day hour:minute[:second]" (split in place at '/', ':' and
+ * ' ') to minutes since 1996-01-01 00:00 local time; 0 when a part is
+ * missing. */
+KV_EXPORT int get_time(char* text);
+
+/* ---- fru.ini ------------------------------------------------------------ */
+
+#define KV_FRU_INI_LINES 30
+#define KV_FRU_INI_LINE_BYTES 256
+
+struct kv_fru_param
+{
+    int32_t index;
+    char section[32];
+    char key[32];
+    char value[64]; /* no terminator when 64 characters long */
+};
+
+/* The template that config_default_ini writes, one line per slot. */
+KV_EXPORT extern char default_ini[KV_FRU_INI_LINES][KV_FRU_INI_LINE_BYTES];
+
+/* Field tables. The library defines the four one after another in this
+ * order; a program linking them may hold separate copies, so walk across
+ * them by table, not by running a pointer past an end. */
+KV_EXPORT extern struct kv_fru_param chassis_param[3];
+KV_EXPORT extern struct kv_fru_param board_param[12];
+KV_EXPORT extern struct kv_fru_param product_param[12];
+KV_EXPORT extern struct kv_fru_param fru_param[27];
+
+/* Raw value text (after the '=', cut at '#', leading blanks removed, line
+ * end kept) of the first line starting with `key` at or after the line
+ * starting with "[section]"; null when there is none. The result lives in
+ * one static 1024-byte buffer until the next call. */
+KV_EXPORT char* GetIniKeyString(const char* section, const char* key,
+                                const char* path);
+/* atoi of the raw value text; 0 when the key is missing. */
+KV_EXPORT int GetIniKeyInt(const char* section, const char* key,
+                           const char* path);
+/* Strips leading and trailing spaces in place; returns `text`. */
+KV_EXPORT char* rtspace(char* text);
+/* The text between the first two '"' (cut at the second), or null. */
+KV_EXPORT char* fru_get_str(char* text);
+/* Writes `count` slots to `path`, one per line: 0; -1 for a null argument;
+ * -2 when the file cannot be created. `lines` is only read; it is not const
+ * so that C callers can pass default_ini without a pedantic warning. */
+KV_EXPORT int config_default_ini(char lines[][KV_FRU_INI_LINE_BYTES], int count,
+                                 const char* path);
+/* ./fru.ini into the field tables and the record: 0; -3 a required key is
+ * missing; -4 the board time is unusable. */
+KV_EXPORT int fru_read_ini(void);
+
+KV_EXTERN_C_END
+
+#endif

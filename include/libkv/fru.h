@@ -8,6 +8,7 @@
 
 #include <libkv/export.h>
 
+#include <stddef.h>
 #include <stdint.h>
 
 KV_EXTERN_C_BEGIN
@@ -246,6 +247,94 @@ KV_EXPORT int config_default_ini(char lines[][KV_FRU_INI_LINE_BYTES], int count,
 /* ./fru.ini into the field tables and the record: 0; -3 a required key is
  * missing; -4 the board time is unusable. */
 KV_EXPORT int fru_read_ini(void);
+
+/* ---- FRU devices ---------------------------------------------------------
+ * The platform daemon describes every FRU device in the FRU device table of
+ * the platform segment; entry `id` holds the device's descriptor. */
+
+#define KV_FRU_STATE_REFUSED 1
+#define KV_FRU_ACCESS_I2C 2
+#define KV_FRU_ACCESS_SYSFS 3
+
+/* 15 bytes, no padding; 16-bit values are little-endian byte pairs. */
+typedef struct kv_fru_device
+{
+    uint8_t reserved0;
+    uint8_t state;  /* KV_FRU_STATE_REFUSED refuses every access */
+    uint8_t method; /* KV_FRU_ACCESS_I2C or KV_FRU_ACCESS_SYSFS */
+    uint8_t size[2];
+    uint8_t behind_mux;   /* non-zero: reached through a multiplexer channel */
+    uint8_t mux_channel;  /* 0..7 */
+    uint8_t mux_address;  /* 7-bit */
+    uint8_t offset_width; /* register address bytes of raw I2C reads */
+    uint8_t reserved9;
+    uint8_t bus;     /* the multiplexer's bus for a device behind one */
+    uint8_t address; /* 7-bit */
+    uint8_t reserved12;
+    uint8_t base[2]; /* where the FRU image starts in the device */
+} kv_fru_device;
+
+/* The FRU device id that write_to_fru last wrote; write_fru_ini's target. */
+KV_EXPORT extern int deviceid;
+
+/* Reads `count` bytes at `offset` of the device's FRU image. Raw I2C: the
+ * transfer's result (2 on success); sysfs: 0; -1 on failure; a non-zero
+ * channel request answer (128, 192, 255) as it came. Other access methods
+ * read nothing and return 0. */
+KV_EXPORT int read_fru_data(const kv_fru_device* device, uint16_t offset,
+                            int count, uint8_t* destination);
+/* Writes `count` bytes at `offset`: 0, -1, or a non-zero channel request
+ * answer. A raw I2C device that is not behind a multiplexer, and a device
+ * with an unknown access method, have descriptor 0 of the process closed on
+ * the way out (the callers' settled behaviour). */
+KV_EXPORT int write_fru_data(const kv_fru_device* device, uint16_t offset,
+                             int count, const uint8_t* source);
+/* Writes bmc_fru_date to FRU device `id` in 8-byte chunks 10 ms apart and
+ * remembers `id` in deviceid: 0 (write errors are not reported), or -1
+ * when the platform segment or the entry is unavailable. */
+KV_EXPORT int write_to_fru(int id);
+/* Reads the whole device in 8-byte chunks, 10 ms apart, into `destination`,
+ * which must hold the device size rounded up to a multiple of 8: 0. */
+KV_EXPORT int get_fru_bin(kv_fru_device device, uint8_t* destination);
+/* The GUID file's text into `guid` and the "Product Asset Tag" of the FRU
+ * facts into `asset_tag`: the tag lookup's result (0 found, -1 not). */
+KV_EXPORT int getUIDandAssetTag(char* guid, size_t guid_size, char* asset_tag,
+                                size_t asset_tag_size);
+/* Waits up to 239 s, checking once a second, for the SKU file: 0. */
+KV_EXPORT int wait_sku_file(void);
+/* Placeholder: 0. */
+KV_EXPORT int get_sensor_unit(uint8_t sensor);
+
+/* ---- Field editing and the fru tool's helpers --------------------------- */
+
+/* Changes one field of the image on FRU device `id`: 0 or write_to_fru's
+ * result; -1 no platform segment; -10 a null argument; 13 the device image
+ * cannot be read or parsed; -14 unknown section/key; 14 rebuild failed. */
+KV_EXPORT int fru_modify_key(int id, const char* section, const char* key,
+                             const char* value);
+/* Row of fru_param whose section and key prefix `section` and `key`,
+ * ignoring case, first match: 0..26, or -14. */
+KV_EXPORT int fru_get_param_id(const char* section, const char* key);
+/* Sets field `id` of the record from `value` (id 3, the board time, and
+ * unknown ids change nothing): 0. */
+KV_EXPORT int modify_section(const char* value, int id);
+/* Rebuilds the image from ./fru.ini and writes it to FRU device deviceid:
+ * write_to_fru's result; -9 the ini cannot be read; 3 the build failed. */
+KV_EXPORT int write_fru_ini(void);
+/* Runs a shell command line up to 21 times until it exits with 0: 0 when
+ * that happened within 20 runs, else -1. */
+KV_EXPORT int write_fru_cmd(const char* command);
+/* `length` bytes to ./fru.bat: 0, or 1 when it cannot be opened. */
+KV_EXPORT int backup_fru_bin(const uint8_t* buffer, int length);
+/* Truncates `path` and writes `length` bytes at `offset`: 0, or 1. */
+KV_EXPORT int WriteFile(const char* path, const uint8_t* buffer,
+                        uint16_t offset, uint16_t length);
+/* The directory of this program (from /proc/<pid>/cmdline, up to the last
+ * '/') followed by `name`, into `destination`, which must be zeroed and
+ * hold 513 bytes: 0. Nothing is written when the command line is empty. */
+KV_EXPORT int GetCurrentPath(char* destination, const char* name);
+/* Prints the fru tool's usage text. */
+KV_EXPORT void help(void);
 
 KV_EXTERN_C_END
 

@@ -1,0 +1,26 @@
+// The FRU device table of the platform segment.
+#pragma once
+
+#include <libkv/fru.h>
+
+#include <cstdint>
+#include <optional>
+
+namespace kv::detail
+{
+
+// The descriptor of FRU device `id`; nothing when the platform segment
+// cannot be attached or the entry would lie outside it.
+std::optional<kv_fru_device> load_fru_device(int id);
+
+inline unsigned fru_device_size(const kv_fru_device& device)
+{
+    return device.size[0] | device.size[1] << 8;
+}
+
+inline unsigned fru_device_base(const kv_fru_device& device)
+{
+    return device.base[0] | device.base[1] << 8;
+}
+
+} // namespace kv::detail

@@ -1,5 +1,4 @@
-// The FRU record as a binary image: building, parsing, the image file, and
-// FreeIPMI reading what we build.
+// The FRU record as a binary image: building, parsing and the image file.
 #include "test_helpers.h"
 
 #include <libkv/fru.h>
@@ -26,9 +25,6 @@ using Bytes = std::vector<uint8_t>;
 using kv::test::read_text;
 using kv::test::stdout_of;
 using kv::test::write_text;
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::Not;
 
 void set(kv_fru_field& field, const std::string& text)
 {
@@ -323,46 +319,6 @@ TEST(File, ShortWriteIsReported)
     });
     EXPECT_EQ(result, -12);
     EXPECT_EQ(out, "write bin file error2.");
-}
-
-// FreeIPMI's own reader, run on the images create_fru_bin writes.
-std::string ipmi_fru()
-{
-    std::FILE* p =
-        popen("/usr/sbin/ipmi-fru --fru-file=/tmp/default-fru.bin 2>&1", "r");
-    std::string out;
-    char buf[512];
-    while (p != nullptr && std::fgets(buf, sizeof buf, p) != nullptr)
-    {
-        out += buf;
-    }
-    EXPECT_TRUE(p != nullptr && pclose(p) == 0) << out;
-    return out;
-}
-
-TEST(External, FreeIpmiReadsTheFieldsWeWrote)
-{
-    ASSERT_EQ(config_default_ini(default_ini, KV_FRU_INI_LINES, "fru.ini"), 0);
-    stdout_of([] { ASSERT_EQ(create_fru_bin(), 0); });
-    std::string out = ipmi_fru();
-    EXPECT_THAT(out, HasSubstr("FRU Chassis Type: Unknown\n"));
-    EXPECT_THAT(
-        out, HasSubstr("FRU Board Manufacturing Date/Time: 07/27/19 - 15:04"));
-    EXPECT_THAT(out, HasSubstr("FRU Board Product Name: krafloxkle\n"));
-    EXPECT_THAT(out, HasSubstr("FRU Product Serial Number: 000011112222\n"));
-
-    std::string ini = read_text("fru.ini").value();
-    ini.replace(ini.find("SerialNum = \"N/A\"", ini.find("[Board")), 17,
-                "SerialNum = \"SN-4711\"");
-    ini.replace(ini.find("ProductName", ini.find("[Product")), 26,
-                "ProductName = \"Kestrel 2U\"");
-    write_text("/tmp/fru.ini", ini);
-    ASSERT_EQ(std::remove("/tmp/default-fru.bin"), 0);
-    stdout_of([] { ASSERT_EQ(create_fru_bin(), 0); });
-    out = ipmi_fru();
-    EXPECT_THAT(out, AllOf(HasSubstr("FRU Board Serial Number: SN-4711\n"),
-                           HasSubstr("FRU Product Name: Kestrel 2U\n"),
-                           Not(HasSubstr("rror"))));
 }
 
 } // namespace

@@ -44,6 +44,24 @@ void write_text(const std::string& path, std::string_view content)
     }
 }
 
+CommandOutcome run_shell(const std::string& command)
+{
+    CommandOutcome outcome;
+    std::FILE* pipe = ::popen(command.c_str(), "r");
+    if (pipe == nullptr)
+    {
+        return outcome;
+    }
+    char chunk[256];
+    for (std::size_t got; (got = std::fread(chunk, 1, sizeof chunk, pipe));)
+    {
+        outcome.output.append(chunk, got);
+    }
+    const int status = ::pclose(pipe);
+    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return outcome;
+}
+
 int exit_status_of(const std::function<int()>& body)
 {
     const pid_t pid = ::fork();

@@ -46,6 +46,14 @@ std::string stdout_of(Call call)
     return testing::internal::GetCapturedStdout();
 }
 
+// Exit status (-1 when killed) and standard output of a shell command.
+struct CommandOutcome
+{
+    int status = -1;
+    std::string output;
+};
+CommandOutcome run_shell(const std::string& command);
+
 // Runs `body` in a forked child and returns its exit status, or 128 + the
 // signal number when it was killed. The child ends with body()'s result.
 int exit_status_of(const std::function<int()>& body);

@@ -230,10 +230,22 @@ class BoardReader
 
     Board read(const Node& root)
     {
-        root.allow_only({"buses"});
+        root.allow_only({"buses", "fru_devices"});
         for (const Node& bus : root["buses"].items())
         {
             read_bus(bus);
+        }
+        if (root.has("fru_devices"))
+        {
+            std::set<int> ids;
+            for (const Node& device : root["fru_devices"].items())
+            {
+                board_.fru_devices.push_back(read_fru_device(device));
+                if (!ids.insert(board_.fru_devices.back().id).second)
+                {
+                    device["id"].reject("used twice");
+                }
+            }
         }
         return std::move(board_);
     }
@@ -306,6 +318,45 @@ class BoardReader
                 return device;
         }
         fill_memory(node, device.memory);
+        return device;
+    }
+
+    static FruDevice read_fru_device(const Node& node)
+    {
+        node.allow_only({"id", "bus", "address", "size", "method",
+                         "offset_width", "base", "mux", "state"});
+        FruDevice device;
+        device.id = static_cast<int>(node["id"].number(0, 255));
+        device.bus = static_cast<int>(node["bus"].number(0, 255));
+        device.address = static_cast<uint8_t>(node["address"].number(0, 0x7f));
+        device.size = static_cast<unsigned>(node["size"].number(1, 65535));
+        const std::string method = node["method"].text();
+        if (method != "i2c" && method != "sysfs")
+        {
+            node["method"].reject("expected \"i2c\" or \"sysfs\"");
+        }
+        device.method = method == "i2c" ? 2 : 3;
+        device.offset_width = static_cast<uint8_t>(
+            node.has("offset_width") ? node["offset_width"].number(1, 2)
+                                     : (device.size > 256 ? 2 : 1));
+        if (node.has("base"))
+        {
+            device.base = static_cast<unsigned>(node["base"].number(0, 65535));
+        }
+        if (node.has("state"))
+        {
+            device.state = static_cast<uint8_t>(node["state"].number(0, 255));
+        }
+        if (node.has("mux"))
+        {
+            const Node mux = node["mux"];
+            mux.allow_only({"address", "channel"});
+            device.behind_mux = true;
+            device.mux_address =
+                static_cast<uint8_t>(mux["address"].number(0, 0x7f));
+            device.mux_channel =
+                static_cast<uint8_t>(mux["channel"].number(0, 7));
+        }
         return device;
     }
 

@@ -48,12 +48,30 @@ struct Bus
     unsigned long removed_functions = 0;
 };
 
+// A FRU device as the platform daemon lists it in the FRU device table of
+// the platform segment (kvsim fills that table).
+struct FruDevice
+{
+    int id = 0;
+    int bus = 0; // for a device behind a multiplexer: the multiplexer's bus
+    uint8_t address = 0;
+    unsigned size = 0;
+    uint8_t method = 2; // 2 raw I2C, 3 the EEPROM driver's sysfs file
+    uint8_t offset_width = 1;
+    unsigned base = 0;
+    bool behind_mux = false;
+    uint8_t mux_address = 0;
+    uint8_t mux_channel = 0; // counted from 0
+    uint8_t state = 0;
+};
+
 // A board file, read and checked. Buses listed here are the root buses and
 // any multiplexer channel that needs its own settings.
 struct Board
 {
     std::vector<Bus> buses;
     std::vector<Device> devices;
+    std::vector<FruDevice> fru_devices;
 };
 
 // Reads a board file (JSON); throws std::runtime_error naming the problem.

@@ -1,9 +1,14 @@
 // kvsim: runs a command against the simulated board of a board file. The
 // command runs in the private view of kvsandbox, with libkvsim preloaded so
-// that /dev/i2c-N are the board's buses, and with the multiplexer channel map
-// files that the platform daemon writes on a real BMC.
+// that /dev/i2c-N are the board's buses, and with what the platform daemon
+// leaves for the others on a real BMC: the multiplexer channel map files and
+// the FRU device table of the platform segment.
+#include "ipc/platform_segment.h"
 #include "sandbox.h"
 #include "sim.h"
+
+#include <libkv/fru.h>
+#include <libkv/ipc.h>
 
 #include <link.h>
 #include <unistd.h>
@@ -15,6 +20,7 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -90,6 +96,46 @@ void write_channel_maps()
     }
 }
 
+kv_fru_device descriptor_of(const kv::sim::FruDevice& device)
+{
+    kv_fru_device d{};
+    d.state = device.state;
+    d.method = device.method;
+    d.size[0] = static_cast<uint8_t>(device.size);
+    d.size[1] = static_cast<uint8_t>(device.size >> 8);
+    d.behind_mux = device.behind_mux ? 1 : 0;
+    d.mux_channel = device.mux_channel;
+    d.mux_address = device.mux_address;
+    d.offset_width = device.offset_width;
+    d.bus = static_cast<uint8_t>(device.bus);
+    d.address = device.address;
+    d.base[0] = static_cast<uint8_t>(device.base);
+    d.base[1] = static_cast<uint8_t>(device.base >> 8);
+    return d;
+}
+
+// One entry per FRU device in the (private) platform segment.
+void write_fru_device_table(const std::vector<kv::sim::FruDevice>& devices)
+{
+    if (devices.empty())
+    {
+        return;
+    }
+    auto* segment = static_cast<uint8_t*>(init_shm());
+    if (segment == nullptr)
+    {
+        throw std::runtime_error("cannot attach the platform segment");
+    }
+    for (const kv::sim::FruDevice& device : devices)
+    {
+        uint8_t* descriptor = segment + kv::segment::fru_descriptor(device.id);
+        std::memset(descriptor - kv::segment::kFruDescriptorInEntry, 0,
+                    kv::segment::kFruDeviceEntrySize);
+        const kv_fru_device d = descriptor_of(device);
+        std::memcpy(descriptor, &d, sizeof d);
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -112,6 +158,7 @@ int main(int argc, char** argv)
         setenv(kv::sim::state_path_variable, kv::sim::default_state_path, 1);
         kv::sim::load_board(board);
         write_channel_maps();
+        write_fru_device_table(board.fru_devices);
         setenv("LD_PRELOAD", preload.c_str(), 1);
     }
     catch (const std::exception& error)

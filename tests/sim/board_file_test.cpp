@@ -17,6 +17,12 @@ std::string bus1(const std::string& devices)
     return R"({"buses": [{"bus": 1, "devices": [)" + devices + "]}]}";
 }
 
+// A board file with no devices and the FRU devices `entries`.
+std::string fru_devices(const std::string& entries)
+{
+    return R"({"buses": [], "fru_devices": [)" + entries + "]}";
+}
+
 std::vector<uint8_t> first_bytes(int bus, int address, std::size_t count)
 {
     const std::vector<uint8_t> memory = device_memory(bus, address);
@@ -46,6 +52,20 @@ TEST(BoardFiles, MemoryComesFromHexListsFilesAndSingleBytes)
     ASSERT_EQ(0, bus.bind(0x51));
     ASSERT_TRUE(send(bus, {0x03, 0xff}));
     EXPECT_THAT(receive(bus, 1), ElementsAre(7));
+}
+
+TEST(BoardFiles, FruDevicesOfTheExampleBoard)
+{
+    const Board board = read_board(example_board);
+    ASSERT_EQ(2u, board.fru_devices.size());
+    const FruDevice& behind = board.fru_devices[0];
+    EXPECT_TRUE(behind.id == 0 && behind.bus == 13 && behind.address == 0x51 &&
+                behind.size == 512 && behind.method == 2 &&
+                behind.offset_width == 2 && behind.behind_mux &&
+                behind.mux_address == 0x70 && behind.mux_channel == 0);
+    const FruDevice& direct = board.fru_devices[1];
+    EXPECT_TRUE(direct.id == 1 && direct.bus == 3 && !direct.behind_mux &&
+                direct.base == 0 && direct.state == 0);
 }
 
 struct Mistake
@@ -78,6 +98,21 @@ TEST(BoardFiles, MistakesAreReportedWithTheirPlace)
                   "file": "missing.bin"})"),
          "cannot read"},
         {R"({"buses": [{"bus": 1)", "not valid JSON"},
+        {fru_devices(R"({"id": 0, "bus": 3, "address": 80, "size": 256,
+                         "method": "smbus"})"),
+         "fru_devices[0].method: expected \"i2c\" or \"sysfs\""},
+        {fru_devices(R"({"id": 0, "bus": 3, "address": 80, "size": 0,
+                         "method": "i2c"})"),
+         "fru_devices[0].size: out of range"},
+        {fru_devices(R"({"id": 0, "bus": 3, "address": 80, "size": 8,
+                         "method": "i2c", "mux": {"address": 112,
+                                                  "channel": 8}})"),
+         "mux.channel: out of range"},
+        {fru_devices(R"({"id": 1, "bus": 3, "address": 80, "size": 8,
+                         "method": "i2c"},
+                        {"id": 1, "bus": 2, "address": 80, "size": 8,
+                         "method": "i2c"})"),
+         "fru_devices[1].id: used twice"},
     };
     for (const Mistake& mistake : mistakes)
     {

@@ -1,43 +1,21 @@
 // kvsim end to end: programs run under it see the board, and all programs of
 // one run see the same board.
 #include "sim_fixture.h"
-
-#include <sys/wait.h>
-
-#include <cstdio>
+#include "test_helpers.h"
 
 namespace kv::sim::test
 {
 namespace
 {
 
-struct Outcome
-{
-    int status = -1;
-    std::string output;
-};
-
-// Runs a shell command; its exit status and standard output.
-Outcome run(const std::string& command)
-{
-    Outcome outcome;
-    std::FILE* pipe = ::popen(command.c_str(), "r");
-    char chunk[256];
-    for (std::size_t got; (got = std::fread(chunk, 1, sizeof chunk, pipe));)
-    {
-        outcome.output.append(chunk, got);
-    }
-    const int status = ::pclose(pipe);
-    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return outcome;
-}
+using kv::test::run_shell;
 
 const std::string kvsim = KVSIM_TOOL " " + example_board + " ";
 
 // i2ctransfer sends its messages as one I2C_RDWR request, as libkv does.
 TEST(Kvsim, ProgramsOfOneRunShareTheBoardAndTheChannelMap)
 {
-    const Outcome outcome = run(
+    const auto outcome = run_shell(
         kvsim +
         "-- /bin/sh -c 'set -e; " KVSIM_I2CSET
         " -y 11 0x3f 5 0xa5; " KVSIM_I2CGET
@@ -51,8 +29,8 @@ TEST(Kvsim, ProgramsOfOneRunShareTheBoardAndTheChannelMap)
 TEST(Kvsim, EachRunHasABoardOfItsOwn)
 {
     load_board(example_board);
-    EXPECT_EQ(0, run(kvsim + KVSIM_I2CSET " -y 11 0x3f 5 0xa5").status);
-    EXPECT_EQ("0x00\n", run(kvsim + KVSIM_I2CGET " -y 11 0x3f 5").output);
+    EXPECT_EQ(0, run_shell(kvsim + KVSIM_I2CSET " -y 11 0x3f 5 0xa5").status);
+    EXPECT_EQ("0x00\n", run_shell(kvsim + KVSIM_I2CGET " -y 11 0x3f 5").output);
     // Nor does a run touch the board of the process that started it.
     EXPECT_TRUE(wire_log().empty());
     EXPECT_EQ(0x00, device_memory(11, 0x3f)[5]);
@@ -60,12 +38,12 @@ TEST(Kvsim, EachRunHasABoardOfItsOwn)
 
 TEST(Kvsim, WrongUseIsRefused)
 {
-    EXPECT_EQ(2, run(KVSIM_TOOL).status);
-    EXPECT_EQ(2, run(kvsim).status);
-    EXPECT_EQ(2, run(kvsim + "--").status);
-    EXPECT_EQ(2, run(KVSIM_TOOL " --help true").status);
-    EXPECT_EQ(1, run(KVSIM_TOOL " /nonexistent/board.json true").status);
-    EXPECT_EQ(127, run(kvsim + "/nonexistent/program").status);
+    EXPECT_EQ(2, run_shell(KVSIM_TOOL).status);
+    EXPECT_EQ(2, run_shell(kvsim).status);
+    EXPECT_EQ(2, run_shell(kvsim + "--").status);
+    EXPECT_EQ(2, run_shell(KVSIM_TOOL " --help true").status);
+    EXPECT_EQ(1, run_shell(KVSIM_TOOL " /nonexistent/board.json true").status);
+    EXPECT_EQ(127, run_shell(kvsim + "/nonexistent/program").status);
 }
 
 } // namespace

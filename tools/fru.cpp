@@ -2,12 +2,11 @@
 // default-fru.bin from it, and changes the FRU devices of this BMC: the
 // whole image from fru.ini, or one field of the image already on a device.
 //
-// The command language predates the tool running on the BMC itself: its
-// address, user and password arguments once named a remote BMC. The
-// address must now be one of this BMC's own (or loopback), so that a
-// command meant for another machine does not change this one; user and
-// password are accepted and not used, since changing local devices takes
-// the rights of the local user.
+// Its command line names a BMC by address, user and password. The tool acts
+// on the devices of the BMC it runs on, so the address must be one of this
+// BMC's own (or loopback): a command meant for another machine must not
+// change this one. User and password are accepted and not used; changing
+// local devices takes the rights of the local user.
 #include "ipc/platform_segment.h"
 
 #include <libkv/fru.h>

@@ -24,14 +24,10 @@ constexpr int kFieldPastArea = -32;
 // A length byte is accepted up to 31 (length * 8 must not exceed 255).
 constexpr std::size_t kMaxAreaBytes = 248;
 
+// A block that already carries its checksum sums to 0.
 bool sums_to_zero(std::span<const uint8_t> bytes)
 {
-    unsigned sum = 0;
-    for (uint8_t b : bytes)
-    {
-        sum += b;
-    }
-    return (sum & 0xFF) == 0;
+    return kv::detail::fru_checksum(bytes) == 0;
 }
 
 // The header, chassis and board parsers (and the multirecord copy) place the

@@ -1,12 +1,15 @@
 // Whole-file helpers: size, copy, sub-directory lookup and the SEL log
 // rollover to the SD card.
+#include "foundation/atomic_replace.h"
 #include "foundation/resources.h"
 
 #include <libkv/foundation.h>
 
 #include <dirent.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -31,6 +34,32 @@ bool copy_stream(std::FILE* from, std::FILE* to)
         }
     }
     return std::ferror(from) == 0 && std::fflush(to) == 0;
+}
+
+// rename(), or what mv does when the two names lie on different file
+// systems (the SD card is one of its own): copy, then remove the original.
+// The copy appears under its name only once it is whole.
+void move_file(const char* from, const char* to)
+{
+    if (std::rename(from, to) == 0 || errno != EXDEV)
+    {
+        return;
+    }
+    UniqueFile source = kv::detail::open_file(from, "rb");
+    char scratch[160];
+    const int length = std::snprintf(scratch, sizeof scratch, "%s_%ld", to,
+                                     static_cast<long>(::getpid()));
+    if (!source || length < 0 || static_cast<size_t>(length) >= sizeof scratch)
+    {
+        return;
+    }
+    if (kv::detail::replace_file(to, scratch, kv::detail::ScratchName::unique,
+                                 [&](std::FILE* target) {
+                                     return copy_stream(source.get(), target);
+                                 }) == kv::detail::ReplaceFailure::none)
+    {
+        ::unlink(from);
+    }
 }
 
 bool is_dot_entry(const char* name)
@@ -101,6 +130,6 @@ extern "C" int check_file_size(const char* path, time_t when)
                   "/media/card/sellog/sel-%04ld%02d%02d%02d%02d%02d.log",
                   1900L + local.tm_year, local.tm_mon + 1, local.tm_mday,
                   local.tm_hour, local.tm_min, local.tm_sec);
-    std::rename(path, archive); // best effort: the caller restarts the log
+    move_file(path, archive); // best effort: the caller restarts the log
     return 0;
 }

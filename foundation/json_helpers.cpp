@@ -1,5 +1,6 @@
 // JSON files through cJSON: whole-file parsing, typed reads of nodes and an
 // atomic replace-by-rename write.
+#include "foundation/atomic_replace.h"
 #include "foundation/resources.h"
 
 #include <libkv/foundation.h>
@@ -122,18 +123,6 @@ struct CJsonFree
     }
 };
 
-bool write_all(const char* path, const char* text)
-{
-    UniqueFile file = kv::detail::open_file(path, "w");
-    if (!file)
-    {
-        return false;
-    }
-    const size_t length = std::strlen(text);
-    const bool written = std::fwrite(text, 1, length, file.get()) == length;
-    return std::fclose(file.release()) == 0 && written;
-}
-
 } // namespace
 
 extern "C" cJSON* prepare_parse_json(const char* path)
@@ -231,10 +220,10 @@ extern "C" int cjson_file_write(const cJSON* root, const char* path)
     {
         return -1;
     }
-    if (!write_all(scratch, text.get()) || std::rename(scratch, path) != 0)
-    {
-        std::remove(scratch);
-        return -1;
-    }
-    return 0;
+    const size_t size = std::strlen(text.get());
+    const auto failure = kv::detail::replace_file(
+        path, scratch, kv::detail::ScratchName::unique, [&](std::FILE* file) {
+            return std::fwrite(text.get(), 1, size, file) == size;
+        });
+    return failure == kv::detail::ReplaceFailure::none ? 0 : -1;
 }

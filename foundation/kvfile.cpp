@@ -1,6 +1,7 @@
 // Key=value configuration files: the one reader, writer and deleter behind
 // every settings file of the BMC. Lines are handled in pieces of at most 255
 // characters and split at their first separator; key and value are trimmed.
+#include "foundation/atomic_replace.h"
 #include "foundation/resources.h"
 
 #include <libkv/foundation.h>
@@ -68,9 +69,10 @@ bool value_unchanged(const char* path, const char* key, const char* value,
 
 // The file to copy from, or null when there is none yet. Anything but a
 // regular file is not read: the rename over it fails later.
-UniqueFile open_original(const char* path, struct stat& info)
+UniqueFile open_original(const char* path)
 {
     UniqueFile file = kv::detail::open_file(path, "r");
+    struct stat info = {};
     if (file &&
         (::fstat(fileno(file.get()), &info) != 0 || !S_ISREG(info.st_mode)))
     {
@@ -79,25 +81,9 @@ UniqueFile open_original(const char* path, struct stat& info)
     return file;
 }
 
-// Created exclusively, so a planted link or another writer's scratch file is
-// never written through, and with the permissions of the file it replaces,
-// so a private configuration stays private.
-UniqueFile create_scratch(const char* name, const struct stat* original)
-{
-    UniqueFile scratch = kv::detail::open_file(name, "wxe");
-    if (scratch && original != nullptr &&
-        ::fchmod(fileno(scratch.get()), original->st_mode & 0777) != 0)
-    {
-        scratch.reset();
-        std::remove(name);
-    }
-    return scratch;
-}
-
 // `copy` writes the edited text of `path` (null when it does not exist yet)
-// into a scratch file, which then replaces `path` by a rename: readers see
-// the old file or the new one, never a half-written one, and a read or write
-// error leaves the old one in place.
+// into a scratch file "<path>_<microseconds>", which then replaces `path`.
+// A read or write error leaves the old file in place.
 template <typename Copy>
 int rewrite_via_scratch(const char* path, Copy copy)
 {
@@ -110,29 +96,22 @@ int rewrite_via_scratch(const char* path, Copy copy)
     {
         return -1;
     }
-
-    struct stat info = {};
-    UniqueFile original = open_original(path, info);
-    UniqueFile scratch = create_scratch(name, original ? &info : nullptr);
-    if (!scratch)
+    UniqueFile original = open_original(path);
+    using kv::detail::ReplaceFailure;
+    const ReplaceFailure failure = kv::detail::replace_file(
+        path, name, kv::detail::ScratchName::unique, [&](std::FILE* scratch) {
+            copy(original.get(), scratch);
+            return !original || std::ferror(original.get()) == 0;
+        });
+    switch (failure)
     {
-        return -1;
+        case ReplaceFailure::none:
+            return 0;
+        case ReplaceFailure::rename:
+            return -ENOENT;
+        default:
+            return -1;
     }
-    copy(original.get(), scratch.get());
-    const bool read_whole = !original || std::ferror(original.get()) == 0;
-    original.reset();
-    if (!read_whole || std::ferror(scratch.get()) != 0 ||
-        std::fclose(scratch.release()) != 0)
-    {
-        std::remove(name);
-        return -1;
-    }
-    if (std::rename(name, path) != 0)
-    {
-        std::remove(name);
-        return -ENOENT;
-    }
-    return 0;
 }
 
 // The first line holding `key` becomes `new_line`; later lines, duplicates

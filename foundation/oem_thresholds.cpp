@@ -1,6 +1,7 @@
 // Sensor thresholds in the hardware-monitor configuration. A sensor's
 // threshold lines follow a line that names the sensor; matching is by
 // substring, so callers keep the file laid out that way.
+#include "foundation/atomic_replace.h"
 #include "foundation/resources.h"
 
 #include <libkv/foundation.h>
@@ -76,26 +77,15 @@ extern "C" int write_to_oem_conf(uint8_t index, const char* sensor, int kind,
     {
         return 0;
     }
-    UniqueFile scratch = kv::detail::open_file(kScratchPath, "w");
-    if (!scratch)
-    {
-        return 0;
-    }
     char index_text[4];
     std::snprintf(index_text, sizeof index_text, "%u",
                   static_cast<unsigned>(index));
-    copy_with_threshold(conf.get(), scratch.get(), sensor,
-                        threshold_prefix(kind), index_text, value);
-    // A short copy must not take the place of the original.
-    const bool read_whole = std::ferror(conf.get()) == 0;
-    conf.reset();
-    if (!read_whole || std::ferror(scratch.get()) != 0 ||
-        std::fclose(scratch.release()) != 0)
-    {
-        std::remove(kScratchPath);
-        return 0;
-    }
-    std::remove(kConfPath);
-    std::rename(kScratchPath, kConfPath);
+    kv::detail::replace_file(
+        kConfPath, kScratchPath, kv::detail::ScratchName::fixed,
+        [&](std::FILE* scratch) {
+            copy_with_threshold(conf.get(), scratch, sensor,
+                                threshold_prefix(kind), index_text, value);
+            return std::ferror(conf.get()) == 0;
+        });
     return 0;
 }

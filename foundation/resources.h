@@ -40,11 +40,9 @@ class UniqueFd
   public:
     UniqueFd() = default;
     explicit UniqueFd(int fd) : fd_(fd)
-    {
-    }
+    {}
     UniqueFd(UniqueFd&& other) noexcept : fd_(std::exchange(other.fd_, -1))
-    {
-    }
+    {}
     UniqueFd& operator=(UniqueFd&& other) noexcept
     {
         reset(std::exchange(other.fd_, -1));
@@ -64,6 +62,11 @@ class UniqueFd
     explicit operator bool() const
     {
         return fd_ >= 0;
+    }
+    // Hands the descriptor over to a new owner (an fdopen'ed stream, say).
+    int release()
+    {
+        return std::exchange(fd_, -1);
     }
     void reset(int fd = -1)
     {

@@ -48,24 +48,38 @@ TEST(GetFileName, FirstSubdirectoryContainingNeedle)
     EXPECT_EQ(get_file_name("/tmp/no-such-dir", "x", out), -1);
 }
 
+// The live log and the card are different file systems (separate tmpfs
+// here, as on the BMC), so the move is a copy and a removal.
 TEST(SelRollover, MovesTheLogToTheCardAt8MiB)
 {
     setenv("TZ", "UTC0", 1);
     tzset();
     make_dirs("/media/card/sellog");
-    // rename() does not cross file systems: keep the live log on /media too.
-    const std::string log = "/media/live/sel.log";
-    write_text(log, "");
+    const std::string log = "/tmp/sel.log";
+    write_text(log, "first event\n");
     std::filesystem::resize_file(log, 8388607);
     const time_t when = 1700000000; // 2023-11-14 22:13:20 UTC
     EXPECT_EQ(check_file_size(log.c_str(), when), 1);
     EXPECT_EQ(get_file_size(log.c_str()), 8388607);
 
     std::filesystem::resize_file(log, 8388608);
+    const std::string whole = read_text(log).value();
     EXPECT_EQ(check_file_size(log.c_str(), when), 0);
     EXPECT_FALSE(file_existed(log.c_str()));
-    EXPECT_EQ(get_file_size("/media/card/sellog/sel-20231114221320.log"),
-              8388608);
+    const char* archive = "/media/card/sellog/sel-20231114221320.log";
+    EXPECT_EQ(whole, read_text(archive));
+    EXPECT_EQ(std::vector<std::string>{"sel-20231114221320.log"},
+              names_in("/media/card/sellog"));
+
+    // The next line starts a new log.
+    ASSERT_EQ(0, create_and_write_file(log.c_str(), "next event\n"));
+    EXPECT_EQ("next event\n", read_text(log));
+
+    // Without the card's folder nothing is lost: the log stays.
+    std::filesystem::resize_file(log, 8388608);
+    std::filesystem::remove_all("/media/card");
+    EXPECT_EQ(check_file_size(log.c_str(), when), 0);
+    EXPECT_EQ(get_file_size(log.c_str()), 8388608);
     unsetenv("TZ");
     tzset();
 }

@@ -135,6 +135,31 @@ TEST(DeleteConfValue, RemovesEveryLineWithTheKeyAndNothingElse)
     EXPECT_EQ(-1, delete_conf_value_safe(kConf, nullptr, '='));
 }
 
+// The scratch name is fixed: a leftover of a writer that died, or a link
+// planted there, is replaced, never written through; the file keeps its
+// permissions.
+TEST(WriteToOemConf, ReplacesALeftoverScratchFileAndKeepsPermissions)
+{
+    const std::string scratch = "/etc/default/obmc/hwmon/oem.confback";
+    write_text("/tmp/bystander", "bystander\n");
+    write_text(kOem, "cpu_temp\nCRITHI_1=90\n");
+    ASSERT_EQ(0, chmod(kOem, 0640));
+    ASSERT_EQ(0, symlink("/tmp/bystander", scratch.c_str()));
+    const auto threshold_after = [](long long value) {
+        EXPECT_EQ(
+            0, write_to_oem_conf(1, "cpu_temp", KV_THRESHOLD_CRIT_HIGH, value));
+        EXPECT_EQ(std::vector<std::string>{"oem.conf"},
+                  names_in("/etc/default/obmc/hwmon"));
+        EXPECT_EQ(0640u, status_of(kOem).st_mode & 0777);
+        return read_text(kOem).value_or("<missing>");
+    };
+    EXPECT_EQ("cpu_temp\nCRITHI_1=95\n", threshold_after(95));
+    EXPECT_EQ("bystander\n", read_text("/tmp/bystander"));
+
+    write_text(scratch, "half a copy");
+    EXPECT_EQ("cpu_temp\nCRITHI_1=96\n", threshold_after(96));
+}
+
 // 0 replaced (the first occurrence), 1 not found (file untouched), -1 error;
 // the rewrite drops the file's last byte.
 TEST(ReplaceFileValue, ReplacesTheFirstOccurrenceAndDropsTheLastByte)

@@ -86,14 +86,14 @@ extern "C" int copy_file_func(const char* from, const char* to)
 {
     if (from == nullptr || to == nullptr)
     {
-        return 128;
+        return KV_FILE_CANNOT_OPEN;
     }
     UniqueFile source = kv::detail::open_file(from, "rb");
     UniqueFile target = source ? kv::detail::open_file(to, "wb") : UniqueFile();
     if (!target)
     {
         std::printf("%s: can't open file[%s] \n", "copy_file_func", from);
-        return 128;
+        return KV_FILE_CANNOT_OPEN;
     }
     return copy_stream(source.get(), target.get()) ? 0 : -1;
 }
@@ -114,14 +114,14 @@ extern "C" int get_file_name(const char* dir, const char* needle, char* out)
             return 0;
         }
     }
-    return 1;
+    return KV_SEL_LOG_BELOW_LIMIT;
 }
 
 extern "C" int check_file_size(const char* path, time_t when)
 {
     if (get_file_size(path) < kSelLogLimit)
     {
-        return 1;
+        return KV_SEL_LOG_BELOW_LIMIT;
     }
     std::tm local{};
     localtime_r(&when, &local);

@@ -9,7 +9,6 @@
 #include <sys/stat.h>
 #include <sys/time.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -108,7 +107,7 @@ int rewrite_via_scratch(const char* path, Copy copy)
         case ReplaceFailure::none:
             return 0;
         case ReplaceFailure::rename:
-            return -ENOENT;
+            return KV_CONF_RENAME_FAILED;
         default:
             return -1;
     }

@@ -77,14 +77,14 @@ extern "C" int save_log_to_nv_storage(int type, const char* path)
 {
     if (!valid_type(type))
     {
-        return -1;
+        return KV_LOG_UNREADABLE;
     }
     UniqueFile live = kv::detail::open_file(path, "r");
     if (!live)
     {
         std::printf("%s: open file [%s] fail \n", "save_log_to_nv_storage",
                     path);
-        return -1;
+        return KV_LOG_UNREADABLE;
     }
     if (std::fseek(live.get(), 0, SEEK_END) != 0 ||
         std::ftell(live.get()) < kArchiveThreshold)
@@ -106,7 +106,7 @@ extern "C" int save_log_to_nv_storage(int type, const char* path)
             "%s: SD do not present,but the file[%s] length out of space\n",
             "save_log_to_nv_storage", path);
     }
-    return 1;
+    return KV_LOG_RESTART;
 }
 
 extern "C" int log_call(int type, const char* format, ...)

@@ -69,7 +69,7 @@ extern "C" int replace_file_value(const char* path, const char* new_text,
         const size_t at = text.find(old_text);
         if (at == std::string::npos)
         {
-            return 1;
+            return KV_CONF_TEXT_NOT_FOUND;
         }
         text.replace(at, std::strlen(old_text), new_text);
         return rewrite_in_place(path, text) ? 0 : -1;

@@ -163,11 +163,11 @@ extern "C" int create_and_write_file(const char* path, const char* text)
     UniqueFd fd = open_for_write(path, WriteMode::append);
     if (!fd)
     {
-        return 3;
+        return KV_FILE_NOT_CREATED;
     }
     if (text != nullptr && !write_all(fd.get(), text, std::strlen(text)))
     {
-        return 3;
+        return KV_FILE_NOT_CREATED;
     }
     return 0;
 }

@@ -163,19 +163,19 @@ int get_fru_date(void)
 {
     if (get_chassis_date() != 0)
     {
-        return 4;
+        return KV_FRU_BUILD_CHASSIS_FAILED;
     }
     if (get_board_date() != 0)
     {
-        return 5;
+        return KV_FRU_BUILD_BOARD_FAILED;
     }
     if (get_product_date() != 0)
     {
-        return 6;
+        return KV_FRU_BUILD_PRODUCT_FAILED;
     }
     if (get_head_date() != 0)
     {
-        return 7;
+        return KV_FRU_BUILD_HEADER_FAILED;
     }
     // Counts are public and the multirecord one is set by callers: each
     // buffer and the image bound the copy.

@@ -120,17 +120,17 @@ int fru_modify_key(int id, const char* section, const char* key,
 {
     if (init_shm() == nullptr)
     {
-        return -1;
+        return KV_FRU_EDIT_NO_SEGMENT;
     }
     if (section == nullptr || key == nullptr || value == nullptr)
     {
-        return -10;
+        return KV_FRU_EDIT_NULL_ARGUMENT;
     }
     auto device = kv::detail::load_fru_device(id);
     if (!device)
     {
         std::printf(" %s error.\n", "fru_modify_key");
-        return 13;
+        return KV_FRU_EDIT_IMAGE_UNREADABLE;
     }
     // Images beyond the record's reach are read no further than 1 KiB; the
     // spare chunk takes the reader's last 8 bytes.
@@ -142,13 +142,13 @@ int fru_modify_key(int id, const char* section, const char* key,
     if (get_fru_bin(*device, image) != 0)
     {
         std::printf(" %s error.\n", "fru_modify_key");
-        return 13;
+        return KV_FRU_EDIT_IMAGE_UNREADABLE;
     }
     if (const int parsed = parse_bin_date(image, static_cast<int>(size));
         parsed != 0)
     {
         std::printf(" get fru .bin error:%d.\n", parsed);
-        return 13;
+        return KV_FRU_EDIT_IMAGE_UNREADABLE;
     }
     const int field = fru_get_param_id(section, key);
     if (field < 0)
@@ -160,7 +160,7 @@ int fru_modify_key(int id, const char* section, const char* key,
     if (get_fru_date() != 0)
     {
         std::printf("get_fru_date error");
-        return 14;
+        return KV_FRU_EDIT_REBUILD_FAILED;
     }
     return write_to_fru(id);
 }
@@ -170,11 +170,11 @@ int write_fru_ini(void)
     fru_init();
     if (fru_read_ini() != 0)
     {
-        return -9;
+        return KV_FRU_EDIT_INI_UNREADABLE;
     }
     if (get_fru_date() != 0)
     {
-        return 3;
+        return KV_FRU_EDIT_INI_BUILD_FAILED;
     }
     return write_to_fru(deviceid);
 }

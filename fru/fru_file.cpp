@@ -20,7 +20,7 @@ int write_to_bin(void)
         ::write(fd.get(), bmc_fru_date, length) != static_cast<ssize_t>(length))
     {
         std::printf("write bin file error2.");
-        return -12;
+        return KV_FRU_BIN_SHORT_WRITE;
     }
     return 0;
 }
@@ -30,11 +30,11 @@ int create_fru_bin(void)
     fru_init();
     if (fru_read_ini() != 0)
     {
-        return 15;
+        return KV_FRU_BIN_INI_UNREADABLE;
     }
     if (get_fru_date() != 0)
     {
-        return 16;
+        return KV_FRU_BIN_BUILD_FAILED;
     }
     return write_to_bin();
 }

@@ -167,7 +167,7 @@ int fru_read_ini(void)
 {
     if (!read_tables())
     {
-        return -3;
+        return KV_FRU_INI_KEY_MISSING;
     }
 
     fru.chassis.type =
@@ -182,7 +182,7 @@ int fru_read_ini(void)
     const int minutes = board_minutes();
     if (minutes == 0)
     {
-        return -4;
+        return KV_FRU_INI_BAD_TIME;
     }
     for (int i = 0; i < 3; ++i)
     {

@@ -44,12 +44,12 @@ int config_default_ini(char lines[][KV_FRU_INI_LINE_BYTES], int count,
 {
     if (lines == nullptr || path == nullptr)
     {
-        return -1;
+        return KV_FRU_INI_NULL_ARGUMENT;
     }
     kv::detail::UniqueFile file = kv::detail::open_file(path, "w+");
     if (!file)
     {
-        return -2;
+        return KV_FRU_INI_NOT_CREATED;
     }
     for (int i = 0; i < count; ++i)
     {

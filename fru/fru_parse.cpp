@@ -1,10 +1,11 @@
 // Image to record. Images come from EEPROMs of plug-in boards, so every read
 // is bounded by the bytes actually available: a malformed image is refused,
 // never followed out of bounds. Refusals of malformed input:
-//   -31  the area does not fit the image, or has more than eight custom
-//        fields (the record holds eight);
-//   -32  a field, the end marker or the checksum runs past the area, or a
-//        field is not 8-bit ASCII (the only type the record represents).
+//   KV_FRU_AREA_INVALID   the area does not fit the image, or has more than
+//                         eight custom fields (the record holds eight);
+//   KV_FRU_FIELD_INVALID  a field, the end marker or the checksum runs past
+//                         the area, or a field is not 8-bit ASCII (the only
+//                         type the record represents).
 #include "fru/fru_area.h"
 
 #include <libkv/fru.h>
@@ -19,8 +20,8 @@ namespace
 using kv::detail::fru_area_view;
 using kv::detail::FruAreaView;
 
-constexpr int kBadArea = -31;
-constexpr int kFieldPastArea = -32;
+constexpr int kBadArea = KV_FRU_AREA_INVALID;
+constexpr int kFieldPastArea = KV_FRU_FIELD_INVALID;
 // A length byte is accepted up to 31 (length * 8 must not exceed 255).
 constexpr std::size_t kMaxAreaBytes = 248;
 
@@ -217,7 +218,7 @@ int parse_bin_date(const uint8_t* image, int length)
 {
     if (image == nullptr || length < 0 || parse_bin_to_head(image, length) != 0)
     {
-        return 9;
+        return KV_FRU_BAD_HEADER;
     }
     const std::span<const uint8_t> bytes(image,
                                          static_cast<std::size_t>(length));
@@ -226,9 +227,10 @@ int parse_bin_date(const uint8_t* image, int length)
         uint8_t offset;
         int (*parse)(std::span<const uint8_t>);
         int failure;
-    } const areas[] = {{fru.header.chassis_offset, parse_chassis, 10},
-                       {fru.header.board_offset, parse_board, 11},
-                       {fru.header.product_offset, parse_product, 12}};
+    } const areas[] = {
+        {fru.header.chassis_offset, parse_chassis, KV_FRU_BAD_CHASSIS_AREA},
+        {fru.header.board_offset, parse_board, KV_FRU_BAD_BOARD_AREA},
+        {fru.header.product_offset, parse_product, KV_FRU_BAD_PRODUCT_AREA}};
     for (const auto& area : areas)
     {
         if (area.offset == 0)

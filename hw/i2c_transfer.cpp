@@ -180,13 +180,13 @@ extern "C" int i2cSendRecvMsg(int /*reserved*/, uint8_t bus, uint8_t addr,
     kv::detail::UniqueFd fd(i2c_open(bus));
     if (fd.get() <= 0)
     {
-        return -1;
+        return KV_I2C_NO_BUS;
     }
     // Without the address bound, no attempt could reach the device.
     if (ioctl(fd.get(), I2C_TENBIT, 0) < 0 ||
         ioctl(fd.get(), I2C_SLAVE, addr) < 0)
     {
-        return -ENOENT;
+        return KV_I2C_ATTEMPTS_FAILED;
     }
     for (unsigned attempt = 0; attempt < retries; ++attempt)
     {
@@ -205,5 +205,5 @@ extern "C" int i2cSendRecvMsg(int /*reserved*/, uint8_t bus, uint8_t addr,
             return 0;
         }
     }
-    return -ENOENT;
+    return KV_I2C_ATTEMPTS_FAILED;
 }

@@ -37,15 +37,15 @@ extern "C" int readMsg(int fd, uint8_t* buf, unsigned* len, unsigned timeout_s)
     const int ready = poll(&waiting, 1, static_cast<int>(timeout_s * 1000));
     if (ready < 0)
     {
-        return -1;
+        return KV_MSG_WAIT_FAILED;
     }
     if (ready == 0)
     {
-        return -ENOENT;
+        return KV_MSG_TIMED_OUT;
     }
     if (read(fd, buf, 1) != 1)
     {
-        return -1;
+        return KV_MSG_WAIT_FAILED;
     }
     *len = buf[0];
     int got = 0;

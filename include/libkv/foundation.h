@@ -53,8 +53,15 @@ KV_EXPORT int plog(const char* format, ...)
 KV_EXPORT int log_call(int type, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
 
-/* Archive step of log_call: -1 cannot open `path`, 0 below 4 MiB,
- * 1 archived (when the card is present); the caller restarts the file. */
+/* Results of save_log_to_nv_storage. */
+enum
+{
+    KV_LOG_UNREADABLE = -1,
+    KV_LOG_BELOW_LIMIT = 0,
+    KV_LOG_RESTART = 1 /* archived when the card is present */
+};
+/* Archive step of log_call; on KV_LOG_RESTART the caller restarts the
+ * file. */
 KV_EXPORT int save_log_to_nv_storage(int type, const char* path);
 
 /* ---- Value files ---------------------------------------------------------
@@ -72,10 +79,19 @@ KV_EXPORT int read_file_str(const char* path, char* buf, int n);
 /* Appends the file to the text already in `buf`, never past `size` bytes. */
 KV_EXPORT int read_all_file(const char* path, char* buf, size_t size);
 KV_EXPORT off_t get_file_size(const char* path);
+/* Results of the whole-file helpers that do not use 0 and -1 alone. */
+enum
+{
+    KV_FILE_NOT_CREATED = 3,    /* create_and_write_file */
+    KV_FILE_CANNOT_OPEN = 128,  /* copy_file_func */
+    KV_FILE_NAME_NOT_FOUND = 1, /* get_file_name */
+    KV_SEL_LOG_MOVED = 0,       /* check_file_size */
+    KV_SEL_LOG_BELOW_LIMIT = 1  /* check_file_size */
+};
 KV_EXPORT int copy_file_func(const char* from, const char* to);
 /* `out` must hold a directory entry name (256 bytes). */
 KV_EXPORT int get_file_name(const char* dir, const char* needle, char* out);
-/* SEL log rollover: 1 below 8 MiB, 0 after moving the file to the card. */
+/* SEL log rollover: the file moves to the card at 8 MiB. */
 KV_EXPORT int check_file_size(const char* path, time_t when);
 
 /* ---- Advisory whole-file locks ----------------------------------------- */
@@ -178,16 +194,22 @@ KV_EXPORT int read_conf_value_safe(const char* path, const char* key,
                                    char* value, size_t size, char sep);
 /* `value` must hold 128 bytes. */
 KV_EXPORT int read_conf_value(const char* path, const char* key, char* value);
-/* 0 written or unchanged, -1 bad argument or no scratch file, -2 (-ENOENT)
- * the rename failed. */
+/* Results of the key=value writers, and of replace_file_value. */
+enum
+{
+    KV_CONF_FAILED = -1,        /* bad argument, no scratch file, I/O error */
+    KV_CONF_RENAME_FAILED = -2, /* -ENOENT */
+    KV_CONF_TEXT_NOT_FOUND = 1  /* replace_file_value */
+};
+/* 0 written or unchanged, KV_CONF_FAILED or KV_CONF_RENAME_FAILED. */
 KV_EXPORT int write_conf_value_safe(const char* path, const char* key,
                                     const char* value, char sep);
 KV_EXPORT int write_conf_value(const char* path, const char* key,
                                const char* value);
 KV_EXPORT int delete_conf_value_safe(const char* path, const char* key,
                                      char sep);
-/* 0 replaced, 1 `old_text` not found, -1 error. The file's last byte (its
- * final newline) is dropped by the rewrite. */
+/* 0 replaced, KV_CONF_TEXT_NOT_FOUND or KV_CONF_FAILED. The file's last
+ * byte (its final newline) is dropped by the rewrite. */
 KV_EXPORT int replace_file_value(const char* path, const char* new_text,
                                  const char* old_text);
 

@@ -171,31 +171,60 @@ KV_EXPORT int get_head_date(void);
 /* The fixed 22-byte OEM multirecord block into its buffer. */
 KV_EXPORT int get_multirecord_date(void);
 /* Builds the areas and header and assembles bmc_fru_date/bmc_fru_len with
- * whatever the multirecord buffer holds: 0, or 4/5/6/7 for the failing
- * chassis/board/product/header step. */
+ * whatever the multirecord buffer holds: 0, or the step that failed. */
+enum
+{
+    KV_FRU_BUILD_CHASSIS_FAILED = 4,
+    KV_FRU_BUILD_BOARD_FAILED = 5,
+    KV_FRU_BUILD_PRODUCT_FAILED = 6,
+    KV_FRU_BUILD_HEADER_FAILED = 7
+};
 KV_EXPORT int get_fru_date(void);
 
 /* Image to record. Reads never go past `length` bytes of `image`; an area
- * that does not fit counts as bad. 0, or 9/10/11/12 for a bad
- * header/chassis/board/product area. The multirecord area is not parsed. */
+ * that does not fit counts as bad. 0, or the part that is bad. The
+ * multirecord area is not parsed. */
+enum
+{
+    KV_FRU_BAD_HEADER = 9,
+    KV_FRU_BAD_CHASSIS_AREA = 10,
+    KV_FRU_BAD_BOARD_AREA = 11,
+    KV_FRU_BAD_PRODUCT_AREA = 12
+};
 KV_EXPORT int parse_bin_date(const uint8_t* image, int length);
-/* Checks and loads 8 header bytes (`count` must be at least 8): 0 or -31. */
+
+/* Results of the header and area parsers below. */
+enum
+{
+    /* a bad length or checksum, or more than eight custom fields */
+    KV_FRU_AREA_INVALID = -31,
+    /* a field that runs past its area or is not 8-bit ASCII */
+    KV_FRU_FIELD_INVALID = -32
+};
+/* Checks and loads 8 header bytes (`count` must be at least 8): 0 or
+ * KV_FRU_AREA_INVALID. */
 KV_EXPORT int parse_bin_to_head(const uint8_t* bytes, int count);
 /* One area each. `area` must hold as many bytes as its own length byte
- * states (at most 248). 0; -31 for a bad length or checksum, or more than
- * eight custom fields; -32 for a field that runs past the area or is not
- * 8-bit ASCII. */
+ * states (at most 248). 0, KV_FRU_AREA_INVALID or KV_FRU_FIELD_INVALID. */
 KV_EXPORT int parse_bin_to_chassis(const uint8_t* area);
 KV_EXPORT int parse_bin_to_board(const uint8_t* area);
 KV_EXPORT int parse_bin_to_product(const uint8_t* area);
 /* Copies up to 1024 bytes into the multirecord buffer; 0. */
 KV_EXPORT int parse_bin_to_multirecord(const uint8_t* bytes, int count);
 
+/* Results of write_to_bin and create_fru_bin. */
+enum
+{
+    KV_FRU_BIN_SHORT_WRITE = -12,
+    KV_FRU_BIN_INI_UNREADABLE = 15,
+    KV_FRU_BIN_BUILD_FAILED = 16
+};
 /* Writes the image to ./default-fru.bin (created with mode 0, never
- * truncated): 0, or -12 on a short write. */
+ * truncated): 0, or KV_FRU_BIN_SHORT_WRITE. */
 KV_EXPORT int write_to_bin(void);
-/* fru_init, fru_read_ini, get_fru_date, write_to_bin: 0; 15 when the ini
- * cannot be read, 16 when the build fails, else write_to_bin's result. */
+/* fru_init, fru_read_ini, get_fru_date, write_to_bin: 0;
+ * KV_FRU_BIN_INI_UNREADABLE, KV_FRU_BIN_BUILD_FAILED, else write_to_bin's
+ * result. */
 KV_EXPORT int create_fru_bin(void);
 /* "year/month/day hour:minute[:second]" (split in place at '/', ':' and
  * ' ') to minutes since 1996-01-01 00:00 local time; 0 when a part is
@@ -239,13 +268,22 @@ KV_EXPORT int GetIniKeyInt(const char* section, const char* key,
 KV_EXPORT char* rtspace(char* text);
 /* The text between the first two '"' (cut at the second), or null. */
 KV_EXPORT char* fru_get_str(char* text);
-/* Writes `count` slots to `path`, one per line: 0; -1 for a null argument;
- * -2 when the file cannot be created. `lines` is only read; it is not const
- * so that C callers can pass default_ini without a pedantic warning. */
+/* Results of config_default_ini and fru_read_ini. */
+enum
+{
+    KV_FRU_INI_NULL_ARGUMENT = -1,
+    KV_FRU_INI_NOT_CREATED = -2,
+    KV_FRU_INI_KEY_MISSING = -3,
+    KV_FRU_INI_BAD_TIME = -4
+};
+/* Writes `count` slots to `path`, one per line: 0,
+ * KV_FRU_INI_NULL_ARGUMENT or KV_FRU_INI_NOT_CREATED. `lines` is only read; it
+ * is not const so that C callers can pass default_ini without a pedantic
+ * warning. */
 KV_EXPORT int config_default_ini(char lines[][KV_FRU_INI_LINE_BYTES], int count,
                                  const char* path);
-/* ./fru.ini into the field tables and the record: 0; -3 a required key is
- * missing; -4 the board time is unusable. */
+/* ./fru.ini into the field tables and the record: 0,
+ * KV_FRU_INI_KEY_MISSING or KV_FRU_INI_BAD_TIME (the board time). */
 KV_EXPORT int fru_read_ini(void);
 
 /* ---- FRU devices ---------------------------------------------------------
@@ -307,19 +345,31 @@ KV_EXPORT int get_sensor_unit(uint8_t sensor);
 
 /* ---- Field editing and the fru tool's helpers --------------------------- */
 
+/* Results of the field editing calls below. */
+enum
+{
+    KV_FRU_EDIT_NO_SEGMENT = -1,
+    KV_FRU_EDIT_INI_UNREADABLE = -9,
+    KV_FRU_EDIT_NULL_ARGUMENT = -10,
+    KV_FRU_EDIT_UNKNOWN_FIELD = -14,
+    KV_FRU_EDIT_INI_BUILD_FAILED = 3,
+    KV_FRU_EDIT_IMAGE_UNREADABLE = 13, /* cannot be read or parsed */
+    KV_FRU_EDIT_REBUILD_FAILED = 14
+};
 /* Changes one field of the image on FRU device `id`: 0 or write_to_fru's
- * result; -1 no platform segment; -10 a null argument; 13 the device image
- * cannot be read or parsed; -14 unknown section/key; 14 rebuild failed. */
+ * result; KV_FRU_EDIT_NO_SEGMENT, _NULL_ARGUMENT, _IMAGE_UNREADABLE,
+ * _UNKNOWN_FIELD (section or key) or _REBUILD_FAILED. */
 KV_EXPORT int fru_modify_key(int id, const char* section, const char* key,
                              const char* value);
 /* Row of fru_param whose section and key prefix `section` and `key`,
- * ignoring case, first match: 0..26, or -14. */
+ * ignoring case, first match: 0..26, or KV_FRU_EDIT_UNKNOWN_FIELD. */
 KV_EXPORT int fru_get_param_id(const char* section, const char* key);
 /* Sets field `id` of the record from `value` (id 3, the board time, and
  * unknown ids change nothing): 0. */
 KV_EXPORT int modify_section(const char* value, int id);
 /* Rebuilds the image from ./fru.ini and writes it to FRU device deviceid:
- * write_to_fru's result; -9 the ini cannot be read; 3 the build failed. */
+ * write_to_fru's result, KV_FRU_EDIT_INI_UNREADABLE or
+ * KV_FRU_EDIT_INI_BUILD_FAILED. */
 KV_EXPORT int write_fru_ini(void);
 /* Runs a shell command line up to 21 times until it exits with 0: 0 when
  * that happened within 20 runs, else -1. */

@@ -38,8 +38,14 @@ KV_EXPORT int i2c_rw_data(int fd, uint8_t addr, const void* wbuf, uint16_t wlen,
 KV_EXPORT int check_slave_active(int fd, uint8_t addr);
 KV_EXPORT int i2cInit(void);
 KV_EXPORT int i2cUnInit(void);
-/* Opens `bus`, then up to `retries` attempts of a plain write and read.
- * 0 done, -2 every attempt failed, -1 the bus cannot be opened. */
+/* Results of i2cSendRecvMsg. */
+enum
+{
+    KV_I2C_NO_BUS = -1,
+    KV_I2C_ATTEMPTS_FAILED = -2
+};
+/* Opens `bus`, then up to `retries` attempts of a plain write and read:
+ * 0, KV_I2C_NO_BUS or KV_I2C_ATTEMPTS_FAILED (every attempt). */
 KV_EXPORT int i2cSendRecvMsg(int reserved, uint8_t bus, uint8_t addr,
                              const void* wbuf, uint16_t wlen, void* rbuf,
                              uint16_t rlen, uint8_t retries, int reserved2);

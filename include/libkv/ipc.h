@@ -32,8 +32,14 @@ KV_EXPORT int AddQueue(const char* path, mode_t mode);
 KV_EXPORT int GetQueue(const char* path, int flags, mode_t mode);
 /* Writes one record under an exclusive lock so writers never interleave. */
 KV_EXPORT int writeMsg(int fd, const void* record, size_t len);
+/* Results of readMsg. */
+enum
+{
+    KV_MSG_WAIT_FAILED = -1,
+    KV_MSG_TIMED_OUT = -2 /* nothing came within the time-out */
+};
 /* Reads one record's body into `buf` (at least 256 bytes) and its length
- * into `*len`. 0, -1 the wait failed, -2 nothing came within `timeout_s`. */
+ * into `*len`: 0, KV_MSG_WAIT_FAILED or KV_MSG_TIMED_OUT. */
 KV_EXPORT int readMsg(int fd, uint8_t* buf, unsigned* len, unsigned timeout_s);
 KV_EXPORT int get_from_q(char* buf, int len, int fd, int* got);
 

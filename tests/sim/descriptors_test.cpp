@@ -108,16 +108,34 @@ TEST_F(Descriptors, AdapterOffersPlainI2cAndTheEmulatedSmbus)
 
 TEST_F(Descriptors, MultiplexerChannelsAreListedWithTheirParents)
 {
+    // Parent bus, multiplexer address and first channel bus of each PCA9546.
+    struct Mux
+    {
+        int parent;
+        int address;
+        int first;
+    };
+    const Mux muxes[] = {{13, 0x70, 16}, {5, 0x71, 20}, {6, 0x71, 24}};
     std::vector<int> numbers;
     for (const BusInfo& bus : buses())
     {
         numbers.push_back(bus.number);
-        const bool channel = bus.number >= 16 && bus.number <= 19;
-        EXPECT_EQ(channel ? 13 : -1, bus.parent) << bus.number;
-        EXPECT_EQ(channel ? 0x70 : 0, bus.mux_address) << bus.number;
-        EXPECT_EQ(channel ? bus.number - 15 : 0, bus.channel) << bus.number;
+        const Mux* mux = nullptr;
+        for (const Mux& candidate : muxes)
+        {
+            if (bus.number >= candidate.first &&
+                bus.number < candidate.first + 4)
+            {
+                mux = &candidate;
+            }
+        }
+        EXPECT_EQ(mux ? mux->parent : -1, bus.parent) << bus.number;
+        EXPECT_EQ(mux ? mux->address : 0, bus.mux_address) << bus.number;
+        EXPECT_EQ(mux ? bus.number - mux->first + 1 : 0, bus.channel)
+            << bus.number;
     }
-    EXPECT_THAT(numbers, ElementsAre(1, 2, 3, 5, 6, 11, 13, 16, 17, 18, 19));
+    EXPECT_THAT(numbers, ElementsAre(1, 2, 3, 5, 6, 10, 11, 13, 16, 17, 18, 19,
+                                     20, 21, 22, 23, 24, 25, 26, 27));
 }
 
 } // namespace

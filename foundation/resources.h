@@ -46,11 +46,9 @@ class UniqueFd
   public:
     UniqueFd() = default;
     explicit UniqueFd(int fd) : fd_(fd)
-    {
-    }
+    {}
     UniqueFd(UniqueFd&& other) noexcept : fd_(std::exchange(other.fd_, -1))
-    {
-    }
+    {}
     UniqueFd& operator=(UniqueFd&& other) noexcept
     {
         reset(std::exchange(other.fd_, -1));

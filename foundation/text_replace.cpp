@@ -85,6 +85,6 @@ extern "C" int replace_file_value(const char* path, const char* new_text,
     }
     catch (const std::exception&)
     {
-        return fail(-ENOMEM, -1);
+        return fail(-ENOMEM, -1); // memory exhausted
     }
 }

@@ -1,5 +1,6 @@
 // Library log and assertions: prefixed records in /tmp/log, and the guard
 // and assertion helpers that end the process after logging a backtrace.
+#include "foundation/resources.h"
 #include "foundation/trace_log.h"
 
 #include <libkv/foundation.h>
@@ -20,15 +21,16 @@ constexpr int kMaxBacktraceFrames = 500;
 int _kv_logv(KVSystemLogSeverity /*severity*/, const char* format, va_list args)
 {
     const kv::detail::TraceTimestamp stamp;
-    std::FILE* log = std::fopen(kv::detail::kTraceLogPath, "a");
-    if (log == nullptr)
+    kv::detail::UniqueFile log =
+        kv::detail::open_file(kv::detail::kTraceLogPath, "a");
+    if (!log)
     {
         return -1;
     }
-    std::fprintf(log, "%s[%d][%s]: ", "libkv", static_cast<int>(getpid()),
+    std::fprintf(log.get(), "%s[%d][%s]: ", "libkv", static_cast<int>(getpid()),
                  stamp.text);
-    std::vfprintf(log, format, args);
-    return std::fclose(log);
+    std::vfprintf(log.get(), format, args);
+    return std::fclose(log.release());
 }
 
 int _kv_warn(const char* format, ...)

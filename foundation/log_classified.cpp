@@ -109,8 +109,11 @@ extern "C" int save_log_to_nv_storage(int type, const char* path)
     return KV_LOG_RESTART;
 }
 
+// Leaves errno as it found it, so that a caller can log a failure and still
+// hand its cause on.
 extern "C" int log_call(int type, const char* format, ...)
 {
+    const kv::detail::KeepErrno keep;
     if (!valid_type(type))
     {
         std::printf("%s: invalid log type[%d] \n", "log_call", type);

@@ -1,5 +1,6 @@
 // Plain trace (/tmp/log) and raw trace (/tmp/log-bmc). Every message opens,
 // appends and closes, so several processes can share one file.
+#include "foundation/resources.h"
 #include "foundation/trace_log.h"
 
 #include <libkv/foundation.h>
@@ -30,15 +31,16 @@ extern "C" int veldmarkeLog(const char* format, va_list args)
     char message[1024];
     std::vsnprintf(message, sizeof message, format, args);
 
-    std::FILE* log = std::fopen(kv::detail::kTraceLogPath, "a");
-    if (log == nullptr)
+    kv::detail::UniqueFile log =
+        kv::detail::open_file(kv::detail::kTraceLogPath, "a");
+    if (!log)
     {
         return -1;
     }
     const kv::detail::TraceTimestamp stamp;
-    std::fprintf(log, "[%d] %s %s\n", static_cast<int>(getpid()), stamp.text,
-                 message);
-    return std::fclose(log);
+    std::fprintf(log.get(), "[%d] %s %s\n", static_cast<int>(getpid()),
+                 stamp.text, message);
+    return std::fclose(log.release());
 }
 
 extern "C" int veldmarke_log(const char* format, ...)
@@ -52,15 +54,15 @@ extern "C" int veldmarke_log(const char* format, ...)
 
 extern "C" int plog(const char* format, ...)
 {
-    std::FILE* log = std::fopen("/tmp/log-bmc", "a");
-    if (log == nullptr)
+    kv::detail::UniqueFile log = kv::detail::open_file("/tmp/log-bmc", "a");
+    if (!log)
     {
         return -1;
     }
     va_list args;
     va_start(args, format);
-    std::vfprintf(log, format, args);
+    std::vfprintf(log.get(), format, args);
     va_end(args);
-    std::fflush(log);
-    return std::fclose(log);
+    std::fflush(log.get());
+    return std::fclose(log.release());
 }

@@ -1,6 +1,10 @@
-// Owners for descriptors, streams and directory handles, so that every path
-// through a function closes what it opened.
+// Owners for descriptors, streams, directory handles and file locks, so that
+// every path through a function closes or releases what it took.
 #pragma once
+
+#include "foundation/errno_cause.h"
+
+#include <libkv/foundation.h>
 
 #include <dirent.h>
 #include <unistd.h>
@@ -16,6 +20,7 @@ struct FileCloser
 {
     void operator()(std::FILE* f) const
     {
+        const KeepErrno keep;
         std::fclose(f);
     }
 };
@@ -30,6 +35,7 @@ struct DirCloser
 {
     void operator()(DIR* d) const
     {
+        const KeepErrno keep;
         closedir(d);
     }
 };
@@ -63,7 +69,7 @@ class UniqueFd
     {
         return fd_ >= 0;
     }
-    // Hands the descriptor over to a new owner (an fdopen'ed stream, say).
+    // Hands the descriptor to the caller, who closes it from now on.
     int release()
     {
         return std::exchange(fd_, -1);
@@ -72,6 +78,7 @@ class UniqueFd
     {
         if (fd_ >= 0)
         {
+            const KeepErrno keep;
             ::close(fd_);
         }
         fd_ = fd;
@@ -79,6 +86,28 @@ class UniqueFd
 
   private:
     int fd_ = -1;
+};
+
+// A whole-file advisory write lock on a descriptor someone else owns, held
+// for the owner's scope. The lock is taken waiting; a lock that cannot be
+// taken leaves the work to go ahead unguarded, as it always has.
+class FileWriteLock
+{
+  public:
+    explicit FileWriteLock(int fd) : fd_(fd)
+    {
+        file_lock_write(fd_);
+    }
+    FileWriteLock(const FileWriteLock&) = delete;
+    FileWriteLock& operator=(const FileWriteLock&) = delete;
+    ~FileWriteLock()
+    {
+        const KeepErrno keep;
+        file_unlock(fd_);
+    }
+
+  private:
+    int fd_;
 };
 
 } // namespace kv::detail

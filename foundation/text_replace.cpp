@@ -6,6 +6,7 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -14,40 +15,47 @@
 namespace
 {
 
+using kv::detail::fail;
+using kv::detail::last_cause;
 using kv::detail::UniqueFile;
 
 // The file's text without its last byte: this function has always dropped
-// the final newline, and the files it edits are kept that way.
-bool read_all_but_last(const char* path, std::string& text)
+// the final newline, and the files it edits are kept that way. 0, or the
+// negative errno of the failed step (EIO for a file that got shorter).
+int read_all_but_last(const char* path, std::string& text)
 {
     UniqueFile file = kv::detail::open_file(path, "rb");
     struct stat info = {};
     if (!file || ::fstat(fileno(file.get()), &info) != 0)
     {
-        return false;
+        return last_cause();
     }
     text.resize(static_cast<size_t>(info.st_size));
     if (std::fread(text.data(), 1, text.size(), file.get()) != text.size())
     {
-        return false;
+        return std::ferror(file.get()) ? last_cause() : -EIO;
     }
     if (!text.empty())
     {
         text.pop_back();
     }
-    return true;
+    return 0;
 }
 
-bool rewrite_in_place(const char* path, const std::string& text)
+// 0, or the negative errno of the failed open, write or close.
+int rewrite_in_place(const char* path, const std::string& text)
 {
     UniqueFile file = kv::detail::open_file(path, "wb");
     if (!file)
     {
-        return false;
+        return last_cause();
     }
-    const bool written =
-        std::fwrite(text.data(), 1, text.size(), file.get()) == text.size();
-    return std::fclose(file.release()) == 0 && written;
+    const int written =
+        std::fwrite(text.data(), 1, text.size(), file.get()) == text.size()
+            ? 0
+            : last_cause();
+    const int closed = std::fclose(file.release()) == 0 ? 0 : last_cause();
+    return written < 0 ? written : closed;
 }
 
 } // namespace
@@ -62,9 +70,9 @@ extern "C" int replace_file_value(const char* path, const char* new_text,
     try
     {
         std::string text;
-        if (!read_all_but_last(path, text))
+        if (const int cause = read_all_but_last(path, text); cause < 0)
         {
-            return -1;
+            return fail(cause, -1);
         }
         const size_t at = text.find(old_text);
         if (at == std::string::npos)
@@ -72,10 +80,11 @@ extern "C" int replace_file_value(const char* path, const char* new_text,
             return KV_CONF_TEXT_NOT_FOUND;
         }
         text.replace(at, std::strlen(old_text), new_text);
-        return rewrite_in_place(path, text) ? 0 : -1;
+        const int cause = rewrite_in_place(path, text);
+        return cause < 0 ? fail(cause, -1) : 0;
     }
     catch (const std::exception&)
     {
-        return -1; // memory exhausted
+        return fail(-ENOMEM, -1); // memory exhausted
     }
 }

@@ -17,6 +17,8 @@
 namespace
 {
 
+using kv::detail::fail;
+using kv::detail::last_cause;
 using kv::detail::UniqueFd;
 using kv::detail::UniqueFile;
 
@@ -38,7 +40,8 @@ UniqueFd open_for_write(const char* path, WriteMode mode)
 }
 
 // sysfs attributes take a value in one write(), so no stdio buffering here.
-bool write_all(int fd, const void* buf, size_t n)
+// 0, or the negative errno of the failed write (EIO when it wrote nothing).
+int write_all(int fd, const void* buf, size_t n)
 {
     const auto* bytes = static_cast<const char*>(buf);
     while (n > 0)
@@ -50,12 +53,12 @@ bool write_all(int fd, const void* buf, size_t n)
         }
         if (done <= 0)
         {
-            return false;
+            return done < 0 ? last_cause() : -EIO;
         }
         bytes += done;
         n -= static_cast<size_t>(done);
     }
-    return true;
+    return 0;
 }
 
 // Bytes written, or -1 when the file cannot be opened or written.
@@ -66,9 +69,13 @@ int write_bytes(const char* path, WriteMode mode, const void* buf, size_t n)
         return -1;
     }
     UniqueFd fd = open_for_write(path, mode);
-    if (!fd || !write_all(fd.get(), buf, n))
+    if (!fd)
     {
         return -1;
+    }
+    if (const int cause = write_all(fd.get(), buf, n); cause < 0)
+    {
+        return fail(cause, -1);
     }
     return static_cast<int>(n);
 }
@@ -80,19 +87,23 @@ int write_text(const char* path, WriteMode mode, const char* text)
 }
 
 // First line of `path` (at most n - 1 characters, newline kept) into `buf`;
-// "" for an empty file. False when the file cannot be opened.
-bool read_first_line(const char* path, char* buf, int n)
+// "" for an empty file. 0, or the negative errno of the failed open.
+int read_first_line(const char* path, char* buf, int n)
 {
-    UniqueFile file = path ? kv::detail::open_file(path, "r") : UniqueFile();
+    if (path == nullptr)
+    {
+        return -EINVAL;
+    }
+    UniqueFile file = kv::detail::open_file(path, "r");
     if (!file)
     {
-        return false;
+        return last_cause();
     }
     if (std::fgets(buf, n, file.get()) == nullptr)
     {
         buf[0] = '\0';
     }
-    return true;
+    return 0;
 }
 
 } // namespace
@@ -100,7 +111,7 @@ bool read_first_line(const char* path, char* buf, int n)
 extern "C" int read_file_value_error(const char* path, int* value)
 {
     char line[256];
-    if (value == nullptr || !read_first_line(path, line, sizeof line) ||
+    if (value == nullptr || read_first_line(path, line, sizeof line) < 0 ||
         line[0] == '\0')
     {
         return -1;
@@ -112,7 +123,7 @@ extern "C" int read_file_value_error(const char* path, int* value)
 extern "C" int read_file_value(const char* path)
 {
     char line[256];
-    if (!read_first_line(path, line, sizeof line))
+    if (read_first_line(path, line, sizeof line) < 0)
     {
         return -1;
     }
@@ -135,10 +146,15 @@ extern "C" int write_bin_value(const char* path, const void* buf, size_t size)
     UniqueFd fd = open_for_write(path, WriteMode::truncate);
     if (!fd)
     {
+        const int cause = last_cause();
         std::printf(" open %s error.\n", path);
-        return -1;
+        return fail(cause, -1);
     }
-    return write_all(fd.get(), buf, size) ? 0 : -1;
+    if (const int cause = write_all(fd.get(), buf, size); cause < 0)
+    {
+        return fail(cause, -1);
+    }
+    return 0;
 }
 
 extern "C" int writeFile(const char* path, const char* text)
@@ -157,7 +173,7 @@ extern "C" int write_file_str(const char* path, const void* buf, size_t n)
 }
 
 // A file that takes no text is as useless to the caller as one that does not
-// open, so both answer 3.
+// open, so both answer KV_FILE_NOT_CREATED.
 extern "C" int create_and_write_file(const char* path, const char* text)
 {
     UniqueFd fd = open_for_write(path, WriteMode::append);
@@ -165,9 +181,14 @@ extern "C" int create_and_write_file(const char* path, const char* text)
     {
         return KV_FILE_NOT_CREATED;
     }
-    if (text != nullptr && !write_all(fd.get(), text, std::strlen(text)))
+    if (text == nullptr)
     {
-        return KV_FILE_NOT_CREATED;
+        return 0;
+    }
+    if (const int cause = write_all(fd.get(), text, std::strlen(text));
+        cause < 0)
+    {
+        return fail(cause, KV_FILE_NOT_CREATED);
     }
     return 0;
 }
@@ -178,10 +199,10 @@ extern "C" int read_file_str(const char* path, char* buf, int n)
     {
         return -1;
     }
-    if (!read_first_line(path, buf, n))
+    if (const int cause = read_first_line(path, buf, n); cause < 0)
     {
         std::printf(" open %s error.\n", path);
-        return -1;
+        return fail(cause, -1);
     }
     return 0;
 }

@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <string>
 
@@ -21,9 +22,12 @@ int deviceid;
 namespace
 {
 
+using kv::detail::fail;
 using kv::detail::fru_device_base;
 using kv::detail::fru_device_size;
+using kv::detail::last_cause;
 using kv::detail::pause_microseconds;
+using kv::detail::UniqueFd;
 
 constexpr int kSysfsAttempts = 5;
 constexpr long kSysfsRetryMicroseconds = 100000;
@@ -66,25 +70,25 @@ std::string sysfs_eeprom_path(const kv_fru_device& d)
 int read_raw(const kv_fru_device& d, uint16_t offset, int count,
              uint8_t* destination)
 {
-    const int bus_fd = i2c_open(d.bus);
-    if (bus_fd < 0)
+    UniqueFd bus(i2c_open(d.bus));
+    if (!bus)
     {
         return -1;
     }
     if (d.behind_mux)
     {
-        if (const int answer = request_channel(d, bus_fd, 1); answer != 0)
+        if (const int answer = request_channel(d, bus.get(), 1); answer != 0)
         {
-            i2c_close(bus_fd);
             return answer;
         }
     }
-    const int result = i2c_read_data(bus_fd, d.address, register_of(d, offset),
-                                     d.offset_width, destination, count);
-    i2c_close(bus_fd);
+    const int result =
+        i2c_read_data(bus.get(), d.address, register_of(d, offset),
+                      d.offset_width, destination, count);
+    bus.reset(); // the bus is closed before the channel is given back
     if (d.behind_mux)
     {
-        request_channel(d, bus_fd, 0);
+        request_channel(d, -1, 0);
     }
     if (result < 0)
     {
@@ -99,59 +103,64 @@ int read_raw(const kv_fru_device& d, uint16_t offset, int count,
     return result;
 }
 
+// The cause of a block transfer that moved less than asked: the stream's
+// error, or EIO for a file that ended first.
+int short_transfer(std::FILE* f)
+{
+    return std::ferror(f) ? last_cause() : -EIO;
+}
+
 // One sysfs attempt loop. An open failure either moves on to the next
-// attempt (reads) or ends the loop (writes); a failed transfer pauses.
+// attempt (reads) or ends the loop (writes); a failed transfer (`transfer`
+// answers 0 or a negative errno) pauses. A failure leaves the last
+// attempt's cause in errno.
 template <typename Transfer>
 int sysfs_attempts(const kv_fru_device& d, uint16_t offset, const char* mode,
                    bool retry_open, Transfer transfer)
 {
     const std::string path = sysfs_eeprom_path(d);
+    int cause = -EIO;
     for (int attempt = 0; attempt < kSysfsAttempts; ++attempt)
     {
         kv::detail::UniqueFile file = kv::detail::open_file(path.c_str(), mode);
         if (!file)
         {
+            cause = last_cause();
             if (retry_open)
             {
                 continue;
             }
-            return -1;
+            break;
         }
-        if (std::fseek(file.get(), fru_device_base(d) + offset, SEEK_SET) ==
-                0 &&
-            transfer(file.get()))
+        cause =
+            std::fseek(file.get(), fru_device_base(d) + offset, SEEK_SET) == 0
+                ? transfer(file.get())
+                : last_cause();
+        if (cause == 0)
         {
             return 0;
         }
         file.reset();
         pause_microseconds(kSysfsRetryMicroseconds);
     }
-    return -1;
+    return fail(cause, -1);
 }
 
-int write_raw(const kv_fru_device& d, int& bus_fd, uint16_t offset, int count,
-              const uint8_t* source)
+// Byte by byte with immediate retries; a byte that fails every attempt is
+// skipped. 0, or eeprom_open's negative result.
+int write_bytes(const kv_fru_device& d, uint16_t offset, int count,
+                const uint8_t* source)
 {
-    if (d.behind_mux)
-    {
-        bus_fd = i2c_open(d.bus);
-        if (bus_fd < 0)
-        {
-            return -1;
-        }
-        if (const int answer = request_channel(d, bus_fd, 1); answer != 0)
-        {
-            i2c_close(bus_fd);
-            return answer;
-        }
-    }
     char dev[32];
     std::snprintf(dev, sizeof dev, "/dev/i2c-%d", d.bus);
     eeprom part{};
-    const bool opened = eeprom_open(dev, d.address, kWordAddressed, &part) == 0;
-    for (int i = 0; opened && i < count; ++i)
+    if (const int opened = eeprom_open(dev, d.address, kWordAddressed, &part);
+        opened != 0)
     {
-        // A byte that fails every attempt is skipped.
+        return opened;
+    }
+    for (int i = 0; i < count; ++i)
+    {
         for (int attempt = 0; attempt < kByteWriteAttempts; ++attempt)
         {
             if (eeprom_write_byte(&part, register_of(d, offset + i),
@@ -161,15 +170,37 @@ int write_raw(const kv_fru_device& d, int& bus_fd, uint16_t offset, int count,
             }
         }
     }
-    if (opened)
+    eeprom_close(&part);
+    return 0;
+}
+
+// The multiplexer's bus stays open, holding the channel, while the part is
+// written through its own descriptor.
+int write_behind_mux(const kv_fru_device& d, uint16_t offset, int count,
+                     const uint8_t* source)
+{
+    UniqueFd bus(i2c_open(d.bus));
+    if (!bus)
     {
-        eeprom_close(&part);
+        return -1;
     }
-    if (d.behind_mux)
+    if (const int answer = request_channel(d, bus.get(), 1); answer != 0)
     {
-        request_channel(d, bus_fd, 0);
+        return answer;
     }
-    return opened ? 0 : -1;
+    const int written = write_bytes(d, offset, count, source);
+    request_channel(d, bus.get(), 0);
+    return written < 0 ? -1 : 0;
+}
+
+// A write without a multiplexer opens no bus handle, and the handle's
+// starting value 0 is what it then closes: descriptor 0 of the process.
+// Existing callers were built around this, so it stays. A failed write keeps
+// its cause in errno.
+void close_descriptor_zero()
+{
+    const kv::detail::KeepErrno keep;
+    ::close(0); // on purpose: the settled close of the unopened bus handle
 }
 
 } // namespace
@@ -189,7 +220,9 @@ int read_fru_data(const kv_fru_device* device, uint16_t offset, int count,
         case KV_FRU_ACCESS_SYSFS:
             return sysfs_attempts(
                 *device, offset, "rb", true, [&](std::FILE* f) {
-                    return std::fread(destination, count, 1, f) == 1;
+                    return std::fread(destination, count, 1, f) == 1
+                               ? 0
+                               : short_transfer(f);
                 });
         default:
             return 0;
@@ -207,23 +240,23 @@ int write_fru_data(const kv_fru_device* device, uint16_t offset, int count,
     if (device->method == KV_FRU_ACCESS_SYSFS)
     {
         return sysfs_attempts(*device, offset, "rb+", false, [&](std::FILE* f) {
-            return std::fwrite(source, count, 1, f) == 1 && std::fflush(f) == 0;
+            if (std::fwrite(source, count, 1, f) != 1)
+            {
+                return short_transfer(f);
+            }
+            return std::fflush(f) == 0 ? 0 : last_cause();
         });
     }
-    // The bus handle starts as descriptor 0 and only a device behind a
-    // multiplexer opens a real one, so the close below hits the process's
-    // descriptor 0 otherwise. Existing callers were built around this.
-    int bus_fd = 0;
+    if (device->method == KV_FRU_ACCESS_I2C && device->behind_mux)
+    {
+        return write_behind_mux(*device, offset, count, source);
+    }
     int result = 0;
     if (device->method == KV_FRU_ACCESS_I2C)
     {
-        result = write_raw(*device, bus_fd, offset, count, source);
-        if (result > 0 || bus_fd < 0)
-        {
-            return result; // the channel request already closed the bus
-        }
+        result = write_bytes(*device, offset, count, source) < 0 ? -1 : 0;
     }
-    ::close(bus_fd);
+    close_descriptor_zero();
     return result;
 }
 

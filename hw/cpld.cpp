@@ -1,5 +1,6 @@
 // CPLD registers over I2C, with the retry policy the platform code relies
 // on: five attempts, one second after each failure, one log line at the end.
+#include "foundation/errno_cause.h"
 #include "foundation/pause.h"
 #include "foundation/resources.h"
 
@@ -15,18 +16,21 @@ namespace
 constexpr int kAttempts = 5;
 constexpr long kRetryPauseMicroseconds = 1000000;
 
+// 0, or the negative errno of the last failed attempt.
 template <typename Transfer>
-bool with_retries(Transfer transfer)
+int with_retries(Transfer transfer)
 {
+    int cause = 0;
     for (int attempt = 0; attempt < kAttempts; ++attempt)
     {
         if (transfer() >= 0)
         {
-            return true;
+            return 0;
         }
+        cause = kv::detail::last_cause();
         kv::detail::pause_microseconds(kRetryPauseMicroseconds);
     }
-    return false;
+    return cause;
 }
 
 // Runs `access` on the module CPLD's bus; the result travels in 8 bits.
@@ -45,12 +49,12 @@ int on_module_bus(Access access)
 
 extern "C" int CPLDChannelEnable(void)
 {
-    return i2c_open(KV_CPLD_MODULE_BUS);
+    return i2c_open(KV_CPLD_MODULE_BUS); // the caller owns it
 }
 
 extern "C" int CPLDChannelDisale(int fd)
 {
-    i2c_close(fd);
+    i2c_close(fd); // the public close of CPLDChannelEnable's descriptor
     return 0;
 }
 
@@ -64,11 +68,11 @@ extern "C" int CPLDModuleWriteRegister(int fd, uint8_t offset,
     // The register number leads the data in one write message.
     std::array<uint8_t, 1 + KV_CPLD_MAX_DATA> message{offset};
     std::memcpy(message.data() + 1, data, len);
-    const bool written = with_retries([&] {
+    const int cause = with_retries([&] {
         return i2c_rw_data(fd, KV_CPLD_ADDRESS, message.data(),
                            static_cast<uint16_t>(len + 1), nullptr, 0);
     });
-    if (written)
+    if (cause == 0)
     {
         return KV_CPLD_OK;
     }
@@ -76,7 +80,7 @@ extern "C" int CPLDModuleWriteRegister(int fd, uint8_t offset,
              "Write cpld register failed address=%u offset=%u. %s:%d %s",
              KV_CPLD_ADDRESS, offset, "cpld-rw-reg", __LINE__,
              "CPLDModuleWriteRegister");
-    return KV_CPLD_WRITE_FAILED;
+    return kv::detail::fail(cause, KV_CPLD_WRITE_FAILED);
 }
 
 extern "C" int CPLDModuleReadRegister(int fd, uint8_t offset, uint8_t* buf,
@@ -87,11 +91,11 @@ extern "C" int CPLDModuleReadRegister(int fd, uint8_t offset, uint8_t* buf,
         return KV_CPLD_BAD_REQUEST;
     }
     std::array<uint8_t, KV_CPLD_MAX_DATA> staging{};
-    const bool read = with_retries([&] {
+    const int cause = with_retries([&] {
         return i2c_rw_data(fd, KV_CPLD_ADDRESS, &offset, 1, staging.data(),
                            len);
     });
-    if (read)
+    if (cause == 0)
     {
         std::memcpy(buf, staging.data(), len);
         return KV_CPLD_OK;
@@ -100,7 +104,7 @@ extern "C" int CPLDModuleReadRegister(int fd, uint8_t offset, uint8_t* buf,
              "Read cpld register failed address=%u offset=%u. %s:%d %s",
              KV_CPLD_ADDRESS, offset, "cpld-rw-reg", __LINE__,
              "CPLDModuleReadRegister");
-    return KV_CPLD_READ_FAILED;
+    return kv::detail::fail(cause, KV_CPLD_READ_FAILED);
 }
 
 extern "C" int CPLDModuleWriteDatas(uint8_t offset, const uint8_t* data,

@@ -1,6 +1,7 @@
 // 24-series EEPROMs through SMBus byte transactions (libi2c). Every address
 // or data write is followed by 5 ms for the part's internal write cycle.
 #include "foundation/pause.h"
+#include "foundation/resources.h"
 
 #include <libkv/hw.h>
 
@@ -89,20 +90,16 @@ void flush(const eeprom* e)
 extern "C" int eeprom_open(const char* dev, int addr, int type, eeprom* e)
 {
     std::memset(e, 0, sizeof *e);
-    const int fd = open(dev, O_RDWR);
-    if (fd < 1)
+    // Descriptor 0 counts as a failure too, and is closed again.
+    kv::detail::UniqueFd fd(open(dev, O_RDWR));
+    if (fd.get() < 1)
     {
-        if (fd == 0)
-        {
-            close(fd);
-        }
         return -1;
     }
     unsigned long funcs = 0;
-    int result = ioctl(fd, I2C_FUNCS, &funcs);
+    int result = ioctl(fd.get(), I2C_FUNCS, &funcs);
     if (result < 0)
     {
-        close(fd);
         return result;
     }
     for (const Capability& capability : kRequired)
@@ -116,22 +113,21 @@ extern "C" int eeprom_open(const char* dev, int addr, int type, eeprom* e)
             std::exit(1);
         }
     }
-    result = ioctl(fd, I2C_SLAVE, addr);
+    result = ioctl(fd.get(), I2C_SLAVE, addr);
     if (result < 0)
     {
-        close(fd);
         return result;
     }
     e->dev = dev;
     e->addr = addr;
-    e->fd = fd;
+    e->fd = fd.release(); // the handle owns it until eeprom_close
     e->type = type;
     return 0;
 }
 
 extern "C" int eeprom_close(eeprom* e)
 {
-    close(e->fd);
+    close(e->fd); // the handle's own descriptor, taken over in eeprom_open
     e->fd = -1;
     e->dev = nullptr;
     e->type = 0;

@@ -65,12 +65,12 @@ extern "C" int i2c_open(int bus)
 {
     char path[32];
     std::snprintf(path, sizeof path, "/dev/i2c-%d", bus);
-    return open(path, O_RDWR);
+    return open(path, O_RDWR); // the public open: the caller owns it
 }
 
 extern "C" int i2c_close(int fd)
 {
-    return close(fd);
+    return close(fd); // the public close of i2c_open's descriptor
 }
 
 extern "C" int internal_master_write(int fd, unsigned addr, const void* buf,

@@ -13,9 +13,9 @@ namespace
 constexpr uint8_t kReadMode = 2;
 constexpr uint8_t kWriteMode = 1;
 
-int open_for_writing(const char* path)
+kv::detail::UniqueFd open_for_writing(const char* path)
 {
-    return open(path, O_RDWR | O_CREAT, 0777);
+    return kv::detail::UniqueFd(open(path, O_RDWR | O_CREAT, 0777));
 }
 
 // Records are read from byte 0 whatever the offset.
@@ -53,7 +53,7 @@ extern "C" int ReadWriteNVR(const char* path, uint8_t* buf, int offset,
     if (!fd)
     {
         shared = false;
-        fd.reset(open_for_writing(path));
+        fd = open_for_writing(path);
     }
     if (!fd)
     {

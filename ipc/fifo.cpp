@@ -1,4 +1,6 @@
 // FIFOs and framed records: one length byte, then that many body bytes.
+#include "foundation/resources.h"
+
 #include <libkv/foundation.h>
 #include <libkv/ipc.h>
 
@@ -20,15 +22,14 @@ extern "C" int AddQueue(const char* path, mode_t /*mode*/)
 
 extern "C" int GetQueue(const char* path, int flags, mode_t mode)
 {
-    return open(path, flags, mode);
+    return open(path, flags, mode); // the caller owns the descriptor
 }
 
+// The lock keeps records of concurrent writers from interleaving.
 extern "C" int writeMsg(int fd, const void* record, size_t len)
 {
-    file_lock_write(fd);
-    const ssize_t written = write(fd, record, len);
-    file_unlock(fd);
-    return written == static_cast<ssize_t>(len) ? 0 : -1;
+    const kv::detail::FileWriteLock lock(fd);
+    return write(fd, record, len) == static_cast<ssize_t>(len) ? 0 : -1;
 }
 
 extern "C" int readMsg(int fd, uint8_t* buf, unsigned* len, unsigned timeout_s)

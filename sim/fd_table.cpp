@@ -1,12 +1,22 @@
 #include "fd_table.h"
 
+#include "sim.h"
+
+#include <dirent.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
+#include <memory>
 #include <mutex>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace kv::sim::detail
 {
@@ -14,6 +24,8 @@ namespace
 {
 
 constexpr int max_open = 256;
+// Simulated descriptors are memfds named after their bus: "kvsim-i2c-3".
+constexpr std::string_view memfd_prefix = "kvsim-i2c-";
 
 struct Entry
 {
@@ -71,7 +83,9 @@ int open_simulated(int bus, bool close_on_exec)
         return -1;
     }
     char name[32];
-    std::snprintf(name, sizeof(name), "kvsim-i2c-%d", bus);
+    std::snprintf(name, sizeof(name), "%.*s%d",
+                  static_cast<int>(memfd_prefix.size()), memfd_prefix.data(),
+                  bus);
     const int fd = ::memfd_create(name, close_on_exec ? MFD_CLOEXEC : 0);
     if (fd < 0)
     {
@@ -120,3 +134,71 @@ void forget_descriptor(int fd)
 }
 
 } // namespace kv::sim::detail
+
+namespace kv::sim
+{
+namespace
+{
+
+// The bus of a /proc/self/fd link: "/dev/i2c-N", or the memfd of a simulated
+// descriptor, "/memfd:kvsim-i2c-N (deleted)". -1 for anything else.
+int bus_of_link(std::string_view link)
+{
+    const std::string memfd = "/memfd:" + std::string(detail::memfd_prefix);
+    for (const std::string_view prefix :
+         {std::string_view("/dev/i2c-"), std::string_view(memfd)})
+    {
+        if (!link.starts_with(prefix))
+        {
+            continue;
+        }
+        link.remove_prefix(prefix.size());
+        int bus = -1;
+        const auto [end, error] =
+            std::from_chars(link.data(), link.data() + link.size(), bus);
+        return error == std::errc() && end != link.data() ? bus : -1;
+    }
+    return -1;
+}
+
+} // namespace
+
+std::vector<OpenBus> open_buses()
+{
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir("/proc/self/fd"),
+                                                     ::closedir);
+    if (!folder)
+    {
+        throw std::runtime_error("kvsim: cannot list /proc/self/fd");
+    }
+    std::vector<OpenBus> found;
+    while (const dirent* entry = ::readdir(folder.get()))
+    {
+        const std::string name = entry->d_name;
+        int fd = -1;
+        if (std::from_chars(name.data(), name.data() + name.size(), fd).ec !=
+                std::errc() ||
+            fd == ::dirfd(folder.get()))
+        {
+            continue;
+        }
+        char link[256];
+        const ssize_t length = ::readlinkat(::dirfd(folder.get()), name.c_str(),
+                                            link, sizeof(link));
+        if (length <= 0)
+        {
+            continue;
+        }
+        const int bus =
+            bus_of_link(std::string_view(link, std::size_t(length)));
+        if (bus >= 0)
+        {
+            found.push_back({fd, bus});
+        }
+    }
+    std::sort(found.begin(), found.end(),
+              [](const OpenBus& a, const OpenBus& b) { return a.fd < b.fd; });
+    return found;
+}
+
+} // namespace kv::sim

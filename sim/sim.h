@@ -96,6 +96,20 @@ struct BusInfo
 // The buses of the loaded board, in increasing number.
 std::vector<BusInfo> buses();
 
+// A descriptor of this process that is open on an I2C bus.
+struct OpenBus
+{
+    int fd = 0;
+    int bus = 0;
+};
+
+// The descriptors this process holds open on a simulated bus or on a real
+// /dev/i2c-N, in increasing order. They are found through /proc/self/fd, so
+// a descriptor counts as long as it is open, however it was made (dup
+// included) or closed. Throws std::runtime_error when /proc/self/fd cannot
+// be read.
+std::vector<OpenBus> open_buses();
+
 // Inspecting and changing devices. Each throws std::out_of_range when there
 // is no such device (or no board) and std::invalid_argument when the device
 // has no such property.

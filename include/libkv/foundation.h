@@ -2,6 +2,11 @@
  * helpers and key=value configuration files.
  *
  * Everything outside the `#ifdef __cplusplus` block at the end is plain C. */
+/* errno: after a call has reported failure, errno holds the cause given by
+ * the system call that failed (open, read, write, rename, sem_open, ...);
+ * log_call and the closing of files on the way out leave it alone. A failure
+ * found without a system call (bad argument, missing key, malformed JSON)
+ * leaves errno as it was, and then it means nothing. */
 #ifndef LIBKV_FOUNDATION_H
 #define LIBKV_FOUNDATION_H
 

@@ -3,6 +3,11 @@
  * an opaque multirecord block) and the fru.ini description. Plain C.
  *
  * All state is global and one per process; nothing here is reentrant. */
+/* errno: after read_fru_data or write_fru_data returned -1, errno holds the
+ * cause given by the system call that failed (EIO for a sysfs file that ends
+ * early), kept across the log line and the retries; bad arguments or a
+ * refused device leave it as it was. The other functions report by their
+ * results alone: errno means nothing after them. */
 #ifndef LIBKV_FRU_H
 #define LIBKV_FRU_H
 

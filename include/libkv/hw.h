@@ -1,5 +1,10 @@
 /* libkv hardware access: I2C transfers and multiplexers, CPLD registers and
  * EEPROMs. Plain C. */
+/* errno: after a call has reported failure, errno holds the cause given by
+ * the system call that failed (open, ioctl, read, write); the CPLD functions
+ * keep the last attempt's cause across their retries and their log line. A
+ * call refused before any system call (bad length or buffer, unknown EEPROM
+ * type) leaves errno as it was, and then it means nothing. */
 #ifndef LIBKV_HW_H
 #define LIBKV_HW_H
 

@@ -1,6 +1,11 @@
 /* libkv inter-process plumbing: System V segments, FIFOs and framed records,
  * the storage channels, byte-blob lists and multiplexer channel requests.
  * Plain C. */
+/* errno: after a call has reported failure, errno holds the cause given by
+ * the system call that failed (mkfifo, open, poll, read, write, shmget,
+ * shmat, malloc; the I2C transfer behind a 0xFF channel answer). A timeout,
+ * a busy channel, a short write or an end of file leaves errno as it was,
+ * and then it means nothing. */
 #ifndef LIBKV_IPC_H
 #define LIBKV_IPC_H
 

@@ -1,4 +1,6 @@
 /* Umbrella header: every public part of libkv. */
+/* Each subsystem header says at its top what errno holds after a failed
+ * call of its functions. */
 #ifndef LIBKV_LIBKV_H
 #define LIBKV_LIBKV_H
 

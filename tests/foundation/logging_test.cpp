@@ -86,6 +86,27 @@ TEST(ClassifiedLog, InvalidTypesAreRefusedAndWriteNothing)
     EXPECT_TRUE(std::filesystem::is_empty("/var/BMCInfo/Development/Log/bmc"));
 }
 
+// The first line of a type finds no live file to measure, a debug line no
+// gate file, and a log without its folder cannot be written: none of it may
+// reach the caller's errno, which still tells why the logged call failed.
+TEST(ClassifiedLog, CallersErrnoSurvivesLogging)
+{
+    const auto errno_after = [](int type, const char* message) {
+        errno = EXDEV;
+        log_call(type, "%s", message);
+        return errno;
+    };
+    int after = 0;
+    stdout_of([&] { after = errno_after(KV_LOG_ERROR, "no folder yet"); });
+    EXPECT_EQ(after, EXDEV);
+    make_log_dirs();
+    stdout_of([&] { after = errno_after(KV_LOG_ERROR, "first line"); });
+    EXPECT_EQ(after, EXDEV);
+    EXPECT_EQ(errno_after(KV_LOG_DEBUG, "gated"), EXDEV);
+    EXPECT_THAT(read_text(kErrorLog).value_or(""),
+                testing::EndsWith("-first line\n"));
+}
+
 TEST(ClassifiedLog, DebugLinesNeedTheGateFileAndObeyItAtOnce)
 {
     make_log_dirs();

@@ -2,6 +2,7 @@
 #include "foundation_test.h"
 
 #include <cstdio>
+#include <functional>
 
 using namespace kv::foundation::test;
 
@@ -93,6 +94,25 @@ TEST(ReadStr, FirstLineWithNewlineWithinN)
     EXPECT_EQ(stdout_of([&] { result = read_file_str(kMissing, buf, 64); }),
               kOpenError);
     EXPECT_EQ(result, -1);
+}
+
+// The open error message goes out before the function returns; even when
+// standard output cannot take it, errno still tells why the open failed.
+TEST(OpenErrors, CauseSurvivesTheMessage)
+{
+    const auto errno_with_stdout_closed = [](const std::function<int()>& call) {
+        return kv::test::exit_status_of([&] {
+            std::setvbuf(stdout, nullptr, _IONBF, 0);
+            ::close(STDOUT_FILENO);
+            errno = 0;
+            return call() == -1 ? errno : 255;
+        });
+    };
+    char buf[64];
+    EXPECT_EQ(ENOENT, errno_with_stdout_closed(
+                          [&] { return read_file_str(kMissing, buf, 64); }));
+    EXPECT_EQ(ENOENT, errno_with_stdout_closed(
+                          [] { return write_bin_value(kMissing, "1", 1); }));
 }
 
 TEST(ReadAll, AppendsWholeFileDropsOneFinalNewlineNeverPastSize)

@@ -107,6 +107,47 @@ TEST_F(FruDevice, WriteToFruNeedsATableEntry)
     EXPECT_EQ(-1, write_to_fru(1 << 30));
 }
 
+// A part that cannot be opened behind the multiplexer (its address does not
+// bind) fails the write with the cause in errno, gives the channel back and
+// leaves no bus open (the fixture checks that).
+TEST_F(FruDevice, PartThatDoesNotOpenBehindTheMuxGivesEverythingBack)
+{
+    kv_fru_device d = behind_mux();
+    d.address = 0xC0; // beyond 7 bits: the bind is refused
+    const uint8_t byte = 0x42;
+    errno = 0;
+    EXPECT_EQ(-1, write_fru_data(&d, 0, 1, &byte));
+    EXPECT_EQ(EINVAL, errno);
+    EXPECT_EQ(0, mux_lock());
+    EXPECT_THAT(wire_log(), ElementsAre(sent(13, 0x70, {0x00, 0x01})));
+}
+
+// The cause of a failed access survives the log line, the retries and the
+// pauses between them.
+TEST_F(FruDevice, FailedAccessLeavesItsCauseInErrno)
+{
+    Bytes got(4);
+    fail_address(3, 0x50, EIO);
+    const kv_fru_device raw = direct();
+    errno = 0;
+    EXPECT_EQ(-1, read_fru_data(&raw, 0, 4, got.data()));
+    EXPECT_EQ(EIO, errno);
+
+    kv_fru_device sysfs = direct();
+    sysfs.method = KV_FRU_ACCESS_SYSFS;
+    errno = 0;
+    EXPECT_EQ(-1, read_fru_data(&sysfs, 0, 4, got.data()));
+    EXPECT_EQ(ENOENT, errno);
+    errno = 0;
+    EXPECT_EQ(-1, write_fru_data(&sysfs, 0, 4, got.data()));
+    EXPECT_EQ(ENOENT, errno);
+    // A file that ends before the read does reports no error of its own.
+    write_text("/sys/class/i2c-dev/i2c-3/device/3-0050/eeprom", "ab");
+    errno = 0;
+    EXPECT_EQ(-1, read_fru_data(&sysfs, 0, 4, got.data()));
+    EXPECT_EQ(EIO, errno);
+}
+
 // Whether write_fru_data leaves descriptor 0 of the process open.
 bool keeps_descriptor_zero(kv_fru_device d)
 {

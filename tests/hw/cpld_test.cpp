@@ -57,6 +57,26 @@ TEST_F(Cpld, SilentCpldCostsFiveAttemptsFivePausesAndOneLogLine)
                                 EndsWith(" CPLDModuleWriteRegister")));
 }
 
+// The log line and the pauses in between do not hide why the last attempt
+// failed.
+TEST_F(Cpld, FailedRegisterAccessLeavesTheLastAttemptsCauseInErrno)
+{
+    capture_sleeps(true);
+    uint8_t byte = 0;
+    for (const int cause : {ENXIO, EIO})
+    {
+        clear_faults();
+        fail_address(11, 0x3f, cause);
+        errno = 0;
+        EXPECT_EQ(3, CPLDModuleReadDatas(0x05, &byte, 1));
+        EXPECT_EQ(cause, errno);
+        errno = 0;
+        EXPECT_EQ(4, CPLDModuleWriteDatas(0x05, &byte, 1));
+        EXPECT_EQ(cause, errno);
+    }
+    EXPECT_EQ(4u, error_lines().size());
+}
+
 TEST_F(Cpld, ReadSucceedingOnTheThirdAttemptPausesTwice)
 {
     capture_sleeps(true);

@@ -2,12 +2,15 @@
 // data: opening, closing, address binding, functionality.
 #include "sim_fixture.h"
 
+#include <gtest/gtest-spi.h>
+
 namespace kv::sim::test
 {
 namespace
 {
 
 using Descriptors = ExampleBoard;
+using testing::IsEmpty;
 
 TEST_F(Descriptors, BoardBusesOpenAsRealDescriptorsHonouringCloseOnExec)
 {
@@ -70,6 +73,33 @@ TEST_F(Descriptors, ClosedDescriptorsAndOtherFilesBelongToTheSystem)
     EXPECT_EQ(0, ::close(bus));
     EXPECT_EQ(0, ::close(file));
     EXPECT_TRUE(wire_log().empty());
+}
+
+// What the board's fixtures check after every test: a bus left open fails
+// the test and is closed, however the descriptor came about; closed buses
+// and other files pass.
+TEST_F(Descriptors, BusesLeftOpenFailTheTestAndAreClosed)
+{
+    const int left = ::open("/dev/i2c-13", O_RDWR);
+    ASSERT_GE(left, 0);
+    EXPECT_THAT(open_buses(), ElementsAre(testing::FieldsAre(left, 13)));
+    EXPECT_NONFATAL_FAILURE(expect_no_bus_left_open(),
+                            "descriptor " + std::to_string(left) +
+                                " on /dev/i2c-13 was left open");
+    EXPECT_EQ(EBADF, ERRNO_OF(::fcntl(left, F_GETFD)));
+
+    // A copy the simulator never saw is still a bus.
+    const int copy = ::dup(BusHandle(16).fd());
+    ASSERT_GE(copy, 0);
+    EXPECT_NONFATAL_FAILURE(expect_no_bus_left_open(), " on /dev/i2c-16 ");
+    EXPECT_EQ(EBADF, ERRNO_OF(::fcntl(copy, F_GETFD)));
+
+    const int file = ::open("/tmp/plain", O_RDWR | O_CREAT, 0600);
+    {
+        BusHandle closed(11);
+    }
+    EXPECT_THAT(open_buses(), IsEmpty());
+    ::close(file);
 }
 
 TEST_F(Descriptors, AddressBindingKeepsTheDriversLimits)

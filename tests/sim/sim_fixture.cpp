@@ -21,6 +21,16 @@ BusHandle::~BusHandle()
     }
 }
 
+void expect_no_bus_left_open()
+{
+    for (const OpenBus& left : open_buses())
+    {
+        ADD_FAILURE() << "descriptor " << left.fd << " on /dev/i2c-" << left.bus
+                      << " was left open";
+        ::close(left.fd);
+    }
+}
+
 int BusHandle::bind(int address) const
 {
     return ::ioctl(fd_, I2C_SLAVE, address);

@@ -33,12 +33,21 @@ using testing::ElementsAre;
 
 inline const std::string example_board = KVSIM_EXAMPLE_BOARD;
 
+// Fails the running test for every descriptor it left open on an I2C bus,
+// and closes them, so that the next test starts without them.
+void expect_no_bus_left_open();
+
+// Every test on the board must close the buses it opened.
 class ExampleBoard : public testing::Test
 {
   protected:
     void SetUp() override
     {
         load_board(example_board);
+    }
+    void TearDown() override
+    {
+        expect_no_bus_left_open();
     }
 };
 

@@ -20,6 +20,11 @@ class Smbus : public ExampleBoard
         cpld_.emplace(11);
         ASSERT_EQ(0, cpld_->bind(0x3f));
     }
+    void TearDown() override
+    {
+        cpld_.reset(); // closed before the board checks for open buses
+        ExampleBoard::TearDown();
+    }
     int fd() const
     {
         return cpld_->fd();

@@ -18,6 +18,7 @@ libgtest-dev
 libgmock-dev
 sysvinit-utils
 freeipmi-tools
+iproute2
 "
 
 missing=""

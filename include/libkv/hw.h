@@ -1,5 +1,5 @@
-/* libkv hardware access: I2C transfers and multiplexers, CPLD registers and
- * EEPROMs. Plain C. */
+/* libkv hardware access: I2C transfers and multiplexers, CPLD registers,
+ * EEPROMs, GPIOs, memory fault LEDs and interface links. Plain C. */
 /* errno: after a call has reported failure, errno holds the cause given by
  * the system call that failed (open, ioctl, read, write); the CPLD functions
  * keep the last attempt's cause across their retries and their log line. A
@@ -125,6 +125,31 @@ KV_EXPORT int eeprom_close(eeprom* e);
 KV_EXPORT int eeprom_read_current_byte(eeprom* e);
 KV_EXPORT int eeprom_read_byte(eeprom* e, unsigned mem_addr);
 KV_EXPORT int eeprom_write_byte(eeprom* e, unsigned mem_addr, uint8_t value);
+
+/* ---- GPIOs, memory fault LEDs and interface links ----------------------
+ * The sysfs calls write one line ("%d\n" or "%s\n") into the attribute file
+ * and return 0 when it took the whole line, -1 otherwise. */
+
+/* Exports `gpio` under /sys/class/gpio. */
+KV_EXPORT int enable_gpio(int gpio);
+/* Exports `gpio` first when it is not there yet; the result is the
+ * direction write's alone. `direction` is written as it is ("in", "out"). */
+KV_EXPORT int set_gpio_direction(int gpio, const char* direction);
+KV_EXPORT int write_gpio(int gpio, int value);
+/* Sets the brightness of the LED of DIMM `dimm`, module `module` of CPU
+ * `cpu`. Always 0: a missing LED is not an error. */
+KV_EXPORT int CmmFunMemFaultLed(uint8_t cpu, uint8_t dimm, uint8_t module,
+                                uint8_t brightness);
+
+/* The interface calls cut names to 15 characters, return the request's
+ * result (0 on success), -1 for a NULL argument or when no socket can be
+ * made, and report failures with perror. */
+
+/* `up` 0 takes the interface down, 1 brings it up; other values write the
+ * flags back as they were read. */
+KV_EXPORT int if_updown(const char* ifname, int up);
+/* Sets the Ethernet hardware address (6 bytes). */
+KV_EXPORT int set_mac_addr(const char* ifname, const uint8_t mac[6]);
 
 KV_EXTERN_C_END
 

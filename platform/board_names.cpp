@@ -37,6 +37,6 @@ char baord_name[32][64] = {
     "BP-2SAS-3P5-R",       // 28
     "PDB-12V-A",           // 29
     "FANBD-6X-A",          // 30
-    "BP-2NVME-2P5-R",      // 31: 2-slot, rear
+    "BP-2SFF-R",           // 31: 2-slot, rear
 };
 }

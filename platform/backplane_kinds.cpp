@@ -8,7 +8,8 @@
 
 extern "C"
 {
-// Drive side-band channels: I2C bus, extended channel, slot.
+// Drive channels published with the first backplane of a kind: I2C bus,
+// extended channel, slot.
 kv_drive_channel d2p_right_cfg[2] = {{10, 0, 1}, {12, 0, 2}};
 kv_drive_channel d8p_right_cfg[8] = {{5, 4, 1}, {5, 5, 2}, {5, 6, 3},
                                      {5, 7, 4}, {6, 4, 5}, {6, 5, 6},
@@ -29,10 +30,10 @@ constexpr int kTwelveSlotMux = 13;
 constexpr uint8_t kTwelveSlotCpld = 63;
 constexpr uint8_t kTwelveSlotEnable = 45;
 
-// The 12-slot boards are reached through channels of the multiplexer on
-// bus 13: board 8 through channels 4 and 3, boards 11 and 24 through 2. Each
-// has register 45 of the CPLD there set to 1 before it is published; a
-// channel that does not answer is no reason to stop.
+// Before a 12-slot board is published, register 45 of the CPLD at 63 behind
+// channels of the multiplexer on bus 13 is set to 1: channels 4 and 3 for
+// board 8, channel 2 for boards 11 and 24. A channel that does not answer
+// does not stop the detection (write_cpld_reg logs it).
 void enable_twelve_slot_channels(int id)
 {
     static constexpr int kBoard8[] = {4, 3};

@@ -8,5 +8,6 @@
 #include <libkv/fru.h>
 #include <libkv/hw.h>
 #include <libkv/ipc.h>
+#include <libkv/platform.h>
 
 #endif

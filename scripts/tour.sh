@@ -1,6 +1,6 @@
 #!/bin/sh
 # Builds libkv and takes the tour: the foundation in the sandbox, then the
-# hardware access on the simulated example board.
+# hardware access and the platform discovery on the simulated example board.
 set -eu
 cd "$(dirname "$0")/.."
 sh scripts/setup.sh
@@ -10,3 +10,5 @@ echo "==== foundation (kvsandbox)"
 build/tools/kvsandbox -- build/examples/foundation_tour
 echo "==== hardware (kvsim, sim/boards/example.json)"
 build/tools/kvsim sim/boards/example.json -- build/examples/board_tour
+echo "==== platform discovery (kvsim, sim/boards/example.json)"
+build/tools/kvsim sim/boards/example.json -- build/examples/platform_tour

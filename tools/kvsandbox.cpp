@@ -1,13 +1,15 @@
 // kvsandbox: runs a command in a private view of the BMC's fixed paths
 // (/tmp, /run, /var, /media, /sys, a writable /etc), its own IPC and network
 // namespaces, so that libkv programs can be tried without touching the host.
-#include "sandbox.h"
+#include "host_files.h"
 
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <string>
 
 int main(int argc, char** argv)
 {
@@ -21,7 +23,14 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: kvsandbox [--] command [argument...]\n");
         return 2;
     }
-    kv::sandbox::enter();
+    const char* preload = std::getenv("LD_PRELOAD");
+    const std::string hidden = kv::sandbox::enter_with(
+        kv::sandbox::host_files(argv[first], preload ? preload : ""));
+    if (!hidden.empty())
+    {
+        std::fprintf(stderr, "kvsandbox: %s\n", hidden.c_str());
+        return 1;
+    }
     execvp(argv[first], argv + first);
     std::fprintf(stderr, "kvsandbox: cannot run %s: %s\n", argv[first],
                  std::strerror(errno));

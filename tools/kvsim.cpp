@@ -3,8 +3,8 @@
 // that /dev/i2c-N are the board's buses, and with what the platform daemon
 // leaves for the others on a real BMC: the multiplexer channel map files and
 // the FRU device table of the platform segment.
+#include "host_files.h"
 #include "ipc/platform_segment.h"
-#include "sandbox.h"
 #include "sim.h"
 
 #include <libkv/fru.h>
@@ -154,7 +154,12 @@ int main(int argc, char** argv)
         // Read before entering the sandbox, which hides /tmp and /run.
         const kv::sim::Board board = kv::sim::read_board(argv[1]);
         const std::string preload = preload_list();
-        kv::sandbox::enter();
+        const std::string hidden = kv::sandbox::enter_with(
+            kv::sandbox::host_files(argv[first], preload));
+        if (!hidden.empty())
+        {
+            throw std::runtime_error(hidden);
+        }
         setenv(kv::sim::state_path_variable, kv::sim::default_state_path, 1);
         kv::sim::load_board(board);
         write_channel_maps();

@@ -76,8 +76,9 @@ void make_dir(const char* path, mode_t mode)
 }
 
 // Directories of the project itself (a checkout or build tree under /tmp,
-// say) stay visible through the private file systems laid over them, so
-// tests still find their programs and data files.
+// say), and the folders of files a command run in the sandbox needs, stay
+// visible through the private file systems laid over them, so tests and
+// tools still find their programs, libraries and data files.
 struct KeptTree
 {
     std::string path;
@@ -86,7 +87,8 @@ struct KeptTree
 };
 std::vector<KeptTree> kept_trees;
 
-constexpr const char* kCoveredTrees[] = {"/tmp", "/run", "/var", "/media"};
+constexpr const char* kCoveredTrees[] = {"/tmp", "/run", "/var", "/media",
+                                         "/dev/shm"};
 
 bool lies_under(const std::string& path, const std::string& dir)
 {
@@ -94,15 +96,22 @@ bool lies_under(const std::string& path, const std::string& dir)
            path[dir.size()] == '/';
 }
 
-// The highest directory at or above `path` that holds a meson.build: the
-// project's root when `path` is inside it (a build tree too), else `path`.
-std::string project_tree_of(const std::string& path)
+// A source tree has a meson.build, a build folder a build.ninja.
+bool is_project_dir(const std::string& dir)
+{
+    return ::access((dir + "/meson.build").c_str(), F_OK) == 0 ||
+           ::access((dir + "/build.ninja").c_str(), F_OK) == 0;
+}
+
+// The highest project directory at or above `path` and below `covered`: the
+// project's root when `path` is inside a source or build tree, else `path`.
+std::string project_tree_of(const std::string& path, const std::string& covered)
 {
     std::string tree = path;
-    for (std::string dir = path; dir.find('/', 1) != std::string::npos;)
+    for (std::string dir = path; lies_under(dir, covered);
+         dir.erase(dir.rfind('/')))
     {
-        dir.erase(dir.rfind('/'));
-        if (::access((dir + "/meson.build").c_str(), F_OK) == 0)
+        if (is_project_dir(dir))
         {
             tree = dir;
         }
@@ -110,20 +119,20 @@ std::string project_tree_of(const std::string& path)
     return tree;
 }
 
-void keep_tree_of(const char* start)
+void keep_tree_of(const std::string& start)
 {
     char resolved[PATH_MAX];
-    if (::realpath(start, resolved) == nullptr)
+    if (::realpath(start.c_str(), resolved) == nullptr)
     {
         return;
     }
-    const std::string tree = project_tree_of(resolved);
     for (const char* covered : kCoveredTrees)
     {
-        if (!lies_under(tree, covered))
+        if (!lies_under(resolved, covered))
         {
             continue;
         }
+        const std::string tree = project_tree_of(resolved, covered);
         for (const KeptTree& kept : kept_trees)
         {
             if (kept.path == tree)
@@ -141,7 +150,7 @@ void keep_tree_of(const char* start)
     }
 }
 
-void remember_project_trees()
+void remember_trees(const std::vector<std::string>& needed_files)
 {
     keep_tree_of(".");
     std::string self(PATH_MAX, '\0');
@@ -149,7 +158,11 @@ void remember_project_trees()
     if (n > 0)
     {
         self.resize(static_cast<size_t>(n));
-        keep_tree_of(self.substr(0, self.rfind('/')).c_str());
+        keep_tree_of(self.substr(0, self.rfind('/')));
+    }
+    for (const std::string& file : needed_files)
+    {
+        keep_tree_of(std::filesystem::path(file).parent_path());
     }
 }
 
@@ -297,6 +310,7 @@ void mount_all()
     restore_kept_trees("/media");
     mount_tmpfs("/sys", "mode=0755");
     mount_tmpfs("/dev/shm", "mode=1777");
+    restore_kept_trees("/dev/shm");
     mount_tmpfs(own_net_dir().c_str(), "mode=0555");
 }
 
@@ -361,12 +375,18 @@ void enter_working_dir()
 
 } // namespace
 
-void enter()
+void enter(const std::vector<std::string>& needed_files)
 {
     enter_namespaces();
-    remember_project_trees();
+    remember_trees(needed_files);
     bring_loopback_up();
     mount_all();
+}
+
+bool keeps_folders_in(const std::string& dir)
+{
+    return std::find(std::begin(kCoveredTrees), std::end(kCoveredTrees), dir) !=
+           std::end(kCoveredTrees);
 }
 
 void reset()

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* A tour of libkv's hardware access on a board: CPLD registers, the
  * chassis type, a multiplexer channel and the EEPROM behind it, and a
  * storage record through its FIFO. Run it under kvsim with the example

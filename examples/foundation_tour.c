@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* A short tour of libkv's foundation, written in C as a daemon would use it:
  * classified and trace logs, key=value files, a sensor threshold edit and
  * the CRC-16s. Run it inside the sandbox (tools/kvsandbox): it writes the

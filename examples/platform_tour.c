@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* A tour of libkv's platform discovery: the backplane detectors, the card
  * detection sequence and the riser, then the files they publish for the
  * other daemons. Run it under kvsim with the example board

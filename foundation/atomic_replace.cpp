@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "foundation/atomic_replace.h"
 
 #include "foundation/resources.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Replacing a whole file through a scratch file and a rename, so that
 // readers see the old file or the new one and never a part of either.
 #pragma once

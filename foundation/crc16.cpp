@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // CRC-16 with polynomial 0x1021, most significant bit first: the XMODEM
 // variant used by the FRU and image headers.
 #include <libkv/foundation.h>

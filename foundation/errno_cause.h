@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Failure causes: internal helpers answer 0 or a negative errno value, and
 // the exported functions hand the cause on in errno beside their fixed
 // failure results.

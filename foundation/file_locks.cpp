@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Advisory whole-file record locks on an open descriptor.
 #include <libkv/foundation.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whole-file helpers: size, copy, sub-directory lookup and the SEL log
 // rollover to the SD card.
 #include "foundation/atomic_replace.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // IPv6 text to four host-order words, without validation.
 #include <libkv/foundation.h>
 

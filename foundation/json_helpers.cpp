@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // JSON files through cJSON: whole-file parsing, typed reads of nodes and an
 // atomic replace-by-rename write.
 #include "foundation/atomic_replace.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Key=value configuration files: the one reader, writer and deleter behind
 // every settings file of the BMC. Lines are handled in pieces of at most 255
 // characters and split at their first separator; key and value are trimmed.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Library log and assertions: prefixed records in /tmp/log, and the guard
 // and assertion helpers that end the process after logging a backtrace.
 #include "foundation/resources.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Classified persistent log: one live file per log type, archived to the SD
 // card and restarted once it reaches 4 MiB.
 #include "foundation/resources.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Plain trace (/tmp/log) and raw trace (/tmp/log-bmc). Every message opens,
 // appends and closes, so several processes can share one file.
 #include "foundation/resources.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Named POSIX semaphores that daemons take around read-modify-write sequences
 // on files several processes edit.
 #include <libkv/foundation.h>

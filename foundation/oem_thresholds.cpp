@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sensor thresholds in the hardware-monitor configuration. A sensor's
 // threshold lines follow a line that names the sensor; matching is by
 // substring, so callers keep the file laid out that way.

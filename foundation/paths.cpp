@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Path tests and the name part of a path.
 #include <libkv/foundation.h>
 

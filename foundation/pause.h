@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Real-time pauses of the retry and pacing policies (CPLD retries, EEPROM
 // write cycles, FRU chunks). One place, so every pause is a plain nanosleep.
 #pragma once

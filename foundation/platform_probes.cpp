@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Drive vendor names, the SKU and the host firmware image check.
 #include "foundation/resources.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Process lookup by name and by pid.
 #include "foundation/resources.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Owners for descriptors, streams, directory handles and file locks, so that
 // every path through a function closes or releases what it took.
 #pragma once

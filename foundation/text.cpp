@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // In-place text trimming, reversal, value/name tables and a small sort.
 #include <libkv/foundation.h>
 

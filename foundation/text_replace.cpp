@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Literal search-and-replace for files that are not in key=value form. The
 // file is rewritten in place, not through a scratch file.
 #include "foundation/resources.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Pieces shared by the two writers of /tmp/log (veldmarkeLog and _kv_logv).
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Single values and short texts in sysfs-style files. Each helper keeps the
 // return convention its callers already test.
 #include "foundation/resources.h"

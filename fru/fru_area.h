@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One description of the three info areas, so that a single builder and a
 // single parser serve chassis, board and product alike.
 #pragma once

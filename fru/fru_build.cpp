@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Record to image: the three info areas, the common header, the fixed
 // multirecord block and the assembled image.
 #include "fru/fru_area.h"

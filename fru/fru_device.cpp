@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // FRU images on their devices: raw I2C transfers or the EEPROM driver's
 // sysfs file, multiplexer channels taken through the channel locks of the
 // platform segment, 8-byte chunks paced for the parts' write cycles.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "fru/fru_device_table.h"
 
 #include "ipc/platform_segment.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The FRU device table of the platform segment.
 #pragma once
 

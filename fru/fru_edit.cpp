@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Changing the FRU: one field of the image already on a device, or the whole
 // image from fru.ini.
 #include "fru/fru_device_table.h"

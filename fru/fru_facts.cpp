@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // FRU facts that other daemons publish under /var/run/obmcinfo.
 #include <libkv/foundation.h>
 #include <libkv/fru.h>

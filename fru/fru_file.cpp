@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The image as the file default-fru.bin, and the whole fru.ini-to-file run.
 #include "foundation/resources.h"
 

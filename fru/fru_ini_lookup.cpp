@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Key lookup in fru.ini and the small text helpers around it. The lookup's
 // looseness (prefix match, a section that never ends) is what existing
 // fru.ini files and the tool's callers have always relied on.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // fru.ini into the field tables and the FRU record.
 #include <libkv/fru.h>
 

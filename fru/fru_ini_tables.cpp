@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The field tables of fru.ini. chassis_param, board_param, product_param and
 // fru_param are four exported names for consecutive parts of one object:
 // fru_read_ini fills custom fields from the rows that follow a table, so

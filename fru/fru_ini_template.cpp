@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The fru.ini template the fru tool writes on request.
 #include "foundation/resources.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Image to record. Images come from EEPROMs of plug-in boards, so every read
 // is bounded by the bytes actually available: a malformed image is refused,
 // never followed out of bounds. Refusals of malformed input:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The process-wide FRU record, area buffers and image, and their defaults.
 #include <libkv/fru.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Board manufacturing dates: minutes since 1996-01-01 00:00 local time.
 #include <libkv/fru.h>
 

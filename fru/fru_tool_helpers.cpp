@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Small helpers of the fru tool: usage text, backups, file writes, command
 // retries and the program's own directory.
 #include "foundation/resources.h"

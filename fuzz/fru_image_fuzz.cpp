@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // FRU images come from the EEPROMs of plug-in boards: any bytes at all must
 // parse or be refused without a stray read or write, and whatever parses
 // must build again.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // fru.ini is written by hand: any text must read into the record, or be
 // refused, without a stray read or write; whatever reads must build.
 #include <libkv/fru.h>

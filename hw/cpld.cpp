@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // CPLD registers over I2C, with the retry policy the platform code relies
 // on: five attempts, one second after each failure, one log line at the end.
 #include "foundation/errno_cause.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // 24-series EEPROMs through SMBus byte transactions (libi2c). Every address
 // or data write is followed by 5 ms for the part's internal write cycle.
 #include "foundation/pause.h"

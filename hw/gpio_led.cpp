@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Board signals through sysfs: GPIO export, direction and value, and the
 // memory fault LEDs. Each call writes one line into one sysfs file, the same
 // bytes `echo` would, but without a shell: a direction text is the caller's

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // PCA9546 channel selection and the bus numbers of multiplexer channels.
 #include <libkv/foundation.h>
 #include <libkv/hw.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // I2C transfers through the i2c-dev character devices.
 #include "foundation/resources.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interface flags and hardware address through the socket interface
 // requests. A datagram socket serves only as the handle for the requests.
 #include "foundation/resources.h"

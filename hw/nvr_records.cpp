@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Record files shared between processes under a whole-file advisory lock.
 #include "foundation/resources.h"
 

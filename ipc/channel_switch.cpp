@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Multiplexer channels taken on request: a flag byte per (bus, multiplexer)
 // in the platform segment keeps a second requester off a channel in use.
 #include "ipc/platform_segment.h"

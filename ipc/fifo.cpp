@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // FIFOs and framed records: one length byte, then that many body bytes.
 #include "foundation/resources.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Singly linked lists of byte blobs. Nodes and their data are malloc'd:
 // callers release what GetHeadList hands them with free().
 #include <libkv/ipc.h>

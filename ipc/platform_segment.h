@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Map of the platform segment (System V key 0x1314500, 12 MiB) that the
 // BMC's daemons share. Every position that libkv reads or writes is named
 // here and nowhere else. The regions are packed and many start at odd

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The System V segments shared by the BMC's daemons. Whichever process comes
 // first creates a segment; every process attaches it once and keeps it.
 #include "ipc/platform_segment.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two storage channels: a 32-bit code and up to 251 payload bytes per
 // record, over fixed FIFOs in /run/fifo.
 #include "foundation/resources.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One detection routine for every drive backplane kind; the kinds differ
 // only in the rows of their table.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The published object, one member a line:
 //   {"data":{
 //   "Board Name":"2P BACK PLANE",

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The drive backplane kinds of the board and their detectors.
 #include "platform/backplane.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Boards that publish no more than their presence, and the board's fixed
 // detection sequence.
 #include "platform/board_identity.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/board_identity.h"
 
 #include "platform/register_reads.h"

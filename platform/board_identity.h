@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The identity byte of a CPLD-carrying board: bits 0-4 board id, bits 5-6
 // PCB revision (A-D), bit 7 makes the parity odd.
 #pragma once

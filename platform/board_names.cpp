@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Platform data, not logic: the model names of the boards this platform
 // takes, indexed by the 5-bit board id of their identity byte. Names keep
 // within 22 characters.

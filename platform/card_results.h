@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The result files of the card detectors: a 32-bit little-endian count and
 // room for 8 entries of a fixed width, written whole.
 #pragma once

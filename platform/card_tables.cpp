@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the M.2, IO-expander and riser cards are probed (row layouts in
 // <libkv/platform.h>). Rows past the counts are spare.
 #include <libkv/platform.h>

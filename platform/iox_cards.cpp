@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // IO-expander cards. The module CPLD's register 4 has a bit per card
 // position (1 = nothing fitted); each fitted card carries an identity byte
 // with odd parity. The third position may also sit behind channel 3 of the

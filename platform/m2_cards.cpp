@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // M.2 adapter cards. A presence device on the probe bus tells which of the
 // three positions of a row hold a card; the card's identity device answers
 // on the card bus, behind channel c of a multiplexer when the row has one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Register reads of the small devices on plug-in boards: the register number
 // written, the bytes read after a repeated start, one transaction.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The riser card: an identity device on the riser bus tells which riser is
 // fitted; a card behind the riser's multiplexer channel is recorded.
 #include "platform/board_identity.h"

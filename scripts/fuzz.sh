@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Runs every fuzz target for a while (default 60 s each) on a clang build
 # with the address and undefined-behaviour sanitizers. Usage:
 #   sh scripts/fuzz.sh [SECONDS]

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Installs every Debian package that libkv's build, tests and tools need.
 # Idempotent and quiet when everything is already there.
 set -eu

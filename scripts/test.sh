@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Builds libkv twice, plain and with the address and undefined-behaviour
 # sanitizers, and runs the whole test suite on both builds.
 set -eu

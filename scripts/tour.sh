@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Builds libkv and takes the tour: the foundation in the sandbox, then the
 # hardware access and the platform discovery on the simulated example board.
 set -eu

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The test and tool interface of sim.h over the shared state.
 #include "bus.h"
 #include "devices.h"

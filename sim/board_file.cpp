@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Board files: JSON that names the buses and the devices on each.
 #include "sim.h"
 

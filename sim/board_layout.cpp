@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "board_layout.h"
 
 #include <linux/i2c.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Turns a board description into the shared state's tables.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Requests on a simulated bus, as the i2c core and the adapter carry them out:
 // multiplexer channels selected on the way, devices addressed through every
 // enabled channel, faults applied and every message logged.

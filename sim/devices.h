@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The device models: what a device does with a message it acknowledged.
 #pragma once
 

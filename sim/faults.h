@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Injected faults: set through the API, checked on every transfer. Call with
 // the state locked.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The descriptors this process holds on simulated buses. Each is a real
 // descriptor (a memfd) so that the number stays taken and close-on-exec works.
 #pragma once

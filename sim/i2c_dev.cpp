@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "i2c_dev.h"
 
 #include "bus.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the kernel's i2c-dev driver does with a descriptor of a simulated bus:
 // the ioctl requests, plain read() and write(). Each returns what the system
 // call returns and sets errno on failure.

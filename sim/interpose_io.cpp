@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The C library's descriptor calls, taken over for "/dev/i2c-N" and passed on
 // for everything else.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // sleep, usleep, nanosleep and clock_nanosleep: recorded and skipped while
 // the board captures sleeps, passed on otherwise.
 #include "next_libc.h"

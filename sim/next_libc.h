@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The definitions that the simulator's own ones hide: the C library's (or
 // those of a library loaded before it, such as a sanitizer runtime), found
 // with dlsym(RTLD_NEXT) on first use.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "shared_state.h"
 
 #include "board_layout.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The board's state as one fixed-layout record in a file mapped MAP_SHARED by
 // every process of a test or a kvsim run. Plain data only: no pointers.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The simulated board: I2C buses with CPLDs, EEPROMs and PCA9546
 // multiplexers behind /dev/i2c-N, for tests (linked in) and for kvsim
 // (preloaded into any program).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SMBus transactions as the kernel emulates them on a plain I2C adapter:
 // one or two messages, with the kernel's checks and result layout.
 #pragma once

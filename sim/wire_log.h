@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The wire log: a ring of the most recent transfers in the shared state.
 #pragma once
 

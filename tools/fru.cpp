@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // fru: the BMC's FRU tool. Writes the default fru.ini, builds
 // default-fru.bin from it, and changes the FRU devices of this BMC: the
 // whole image from fru.ini, or one field of the image already on a device.

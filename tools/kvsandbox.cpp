@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kvsandbox: runs a command in a private view of the BMC's fixed paths
 // (/tmp, /run, /var, /media, /sys, a writable /etc), its own IPC and network
 // namespaces, so that libkv programs can be tried without touching the host.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kvsim: runs a command against the simulated board of a board file. The
 // command runs in the private view of kvsandbox, with libkvsim preloaded so
 // that /dev/i2c-N are the board's buses, and with what the platform daemon

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Visibility of libkv's public symbols.
  *
  * The library is built with -fvisibility=hidden; only declarations marked

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* libkv foundation: diagnostic logs, file/string/path helpers, CRC-16, JSON
  * helpers and key=value configuration files.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* libkv FRU inventory: the process-wide FRU record, its binary image (IPMI
  * FRU storage format 1.0: common header, chassis, board and product areas,
  * an opaque multirecord block) and the fru.ini description. Plain C.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* libkv hardware access: I2C transfers and multiplexers, CPLD registers,
  * EEPROMs, GPIOs, memory fault LEDs and interface links. Plain C. */
 /* errno: after a call has reported failure, errno holds the cause given by

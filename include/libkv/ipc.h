@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* libkv inter-process plumbing: System V segments, FIFOs and framed records,
  * the storage channels, byte-blob lists and multiplexer channel requests.
  * Plain C. */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Umbrella header: every public part of libkv. */
 /* Each subsystem header says at its top what errno holds after a failed
  * call of its functions. */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* libkv platform discovery: which drive backplanes, risers, IO-expander and
  * M.2 cards are fitted, published as files under /var/run/backplane/ and
  * /run/backplane/ for the other daemons. Plain C. */

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Compares the dynamic symbols that libkv defines with the expected list.
 # usage: check_exports.sh LIBRARY EXPECTED_LIST
 set -eu

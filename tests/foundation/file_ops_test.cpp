@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // File size, copy, sub-directory lookup, SEL log rollover, whole-file
 // record locks and the path helpers.
 #include "foundation_test.h"

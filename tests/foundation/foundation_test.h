@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the foundation tests share: the library's C interface, the file and
 // process helpers, the matchers and the standard headers most of them use.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Library log records, guard warnings and the assertions that end the
 // process.
 #include "foundation_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The three file channels: plain trace, raw trace and the classified log
 // with its 4 MiB archive step.
 #include "foundation_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Process lookup through pidof, queued signals and /proc lookups.
 #include "foundation_test.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A writer killed at any point of a key=value rewrite leaves the target
 // whole: the old content or the new, never a mix or a cut, and at most the
 // one scratch file it was writing.

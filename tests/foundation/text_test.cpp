@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Text trimming and tables, the sort, IPv6 texts, platform probes and the
 // local-time texts.
 #include "foundation_test.h"

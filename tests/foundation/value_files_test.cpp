@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Single values and texts in small files, with each helper's own result.
 #include "foundation_test.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading and writing FRU devices: raw I2C behind a multiplexer or not, the
 // sysfs EEPROM file, chunking and pacing, and the facts other daemons
 // publish.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Changing FRU fields on a device, rewriting a device from fru.ini, and the
 // fru tool's small helpers.
 #include "fru_sim_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The FRU record as a binary image: building, parsing and the image file.
 #include "test_helpers.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // fru.ini: the key lookup, the template and reading the file into the
 // field tables and the FRU record.
 #include "test_helpers.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // FRU devices on the simulated example board: the FRU device table of the
 // test's platform segment, with sleeps captured so pacing is asserted, not
 // waited for.

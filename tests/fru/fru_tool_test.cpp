@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The fru tool end to end: its files checked by FreeIPMI's reader, its
 // command line, and a field edit on the simulated board under kvsim.
 #include "test_helpers.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Multiplexer channels taken on request, guarded by a flag byte in the
 // platform segment. The segment is cached per process and each test has its
 // own IPC namespace, so the requests run in child processes.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // CPLD registers: one-message writes, five attempts with a pause after each
 // failure and one log line, writes behind a multiplexer channel, the parity
 // helper and the chassis type.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // EEPROMs through the real libi2c SMBus calls on the simulated board.
 #include "hw_test.h"
 

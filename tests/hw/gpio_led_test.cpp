@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // GPIO and memory fault LED lines: the exact bytes in the sysfs files, the
 // export only when the GPIO is missing, caller texts kept as data, and -1
 // when a file is missing or refuses the line. The sandbox's /sys is an empty

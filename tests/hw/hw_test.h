@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Shared pieces of the hardware tests: the example board with an empty error
 // log, and the lines that reached that log.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The I2C transfer layer on the simulated board: the bytes of each transfer
 // shape, the bus probe, plain transfers with retries, the PCA9546 switch.
 #include "hw_test.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bus numbers of multiplexer channels: a map file, else the i2c lines of the
 // kernel log, captured once.
 #include "hw_test.h"

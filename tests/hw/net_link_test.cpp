@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interface flags and hardware address on a veth pair in the test's own
 // network namespace, read back from the kernel with the interface requests.
 #include "test_helpers.h"

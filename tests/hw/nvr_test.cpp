@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Record files: reads from byte 0, writes at the offset, missing files made,
 // and a reader kept waiting while a writer holds the lock.
 #include "hw_test.h"

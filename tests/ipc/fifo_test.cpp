@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // FIFOs, framed records and the storage channels.
 #include "test_helpers.h"
 

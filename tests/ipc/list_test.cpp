@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lists of byte blobs: private copies, order, and ownership on removal.
 #include <libkv/ipc.h>
 

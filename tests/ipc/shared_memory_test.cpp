@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The System V segments: keys, sizes, modes and the per-process caches.
 // Every check runs in a forked child, so that this test process never
 // caches an address from an earlier test's IPC namespace.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Drive backplanes: the identity byte, the slot registers and the JSON
 // objects the web and management daemons read.
 #include "platform_test.h"

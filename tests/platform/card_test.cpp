@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // M.2, IO-expander and riser cards and their binary result files.
 #include "platform_test.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Plug-in boards on the simulated board of tests/platform/platform_board.json:
 // the result directory made, the channel map files of the multiplexer on
 // bus 13 written as the platform daemon writes them, the card multiplexers'

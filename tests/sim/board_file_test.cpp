@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Board files: what they can say and how their mistakes are reported.
 #include "sim_fixture.h"
 #include "test_helpers.h"

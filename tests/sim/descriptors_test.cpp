@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Descriptors on simulated buses and the i2c-dev requests that do not move
 // data: opening, closing, address binding, functionality.
 #include "sim_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Injected faults: addresses that NAK or fail, and single failing transfers.
 #include "sim_fixture.h"
 

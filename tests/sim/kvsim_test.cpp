@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kvsim end to end: programs run under it see the board, and all programs of
 // one run see the same board.
 #include "sim_fixture.h"

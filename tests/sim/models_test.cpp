@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The device models: CPLD register file, 24-series EEPROMs and the PCA9546
 // multiplexer with its channel buses.
 #include "sim_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One board for a test and its forked children.
 #include "sim_fixture.h"
 #include "test_helpers.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "sim_fixture.h"
 
 #include "test_helpers.h"

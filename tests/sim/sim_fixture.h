@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Shared pieces of the simulator's tests: the example board, descriptors on
 // simulated buses, I2C_RDWR messages and expected wire-log entries.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sleep capture: pauses recorded instead of taken while it is on.
 #include "sim_fixture.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SMBus transactions as libi2c sends them (I2C_SMBUS), emulated the way the
 // kernel does it on a plain I2C adapter.
 #include "sim_fixture.h"

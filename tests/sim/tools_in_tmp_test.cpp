@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kvsim and kvsandbox run from a build folder under /tmp, which the sandbox
 // they set up covers with a fresh /tmp of its own. Each test lays out the
 // tools as a build folder does in the test's private /tmp.

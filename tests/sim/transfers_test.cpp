@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Data transfers through the i2c-dev interface: plain read() and write() to
 // the bound address, and combined I2C_RDWR requests.
 #include "sim_fixture.h"

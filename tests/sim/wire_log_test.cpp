@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The wire log: what it keeps of long transfers and how far back it goes.
 #include "sim_fixture.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a command run by kvsandbox or kvsim takes from the host: its program
 // and the libraries it gets preloaded. The sandbox keeps their folders
 // visible, and a file it still hides is named together with the cause and

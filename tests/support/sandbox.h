@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A private view of the machine for tests and the simulator.
 //
 // The library opens fixed paths (/tmp/log, /run/..., /etc/snmp/..., /sys/...)

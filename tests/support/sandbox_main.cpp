@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // main() of every test binary: the whole binary runs inside the sandbox and
 // each test starts with empty private file systems and IPC namespace.
 #include "sandbox.h"

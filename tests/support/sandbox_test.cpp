@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The sandbox is what keeps every other test off the host: check that each
 // fixed path really is private and that a reset really empties it.
 #include "sandbox.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Small file and process helpers shared by the test binaries.
 #pragma once
 

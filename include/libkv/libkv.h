@@ -5,6 +5,7 @@
 #ifndef LIBKV_LIBKV_H
 #define LIBKV_LIBKV_H
 
+#include <libkv/events.h>
 #include <libkv/foundation.h>
 #include <libkv/fru.h>
 #include <libkv/hw.h>

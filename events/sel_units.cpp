@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: Apache-2.0
+// Sensor unit names, by IPMI unit type code.
+#include "events/sel_tables.h"
+
+namespace
+{
+
+constexpr std::array<const char*, kv::detail::kUnitCount> kUnits = {
+    "unspecified",
+    "degrees C",
+    "degrees F",
+    "degrees K",
+    "Volts",
+    "Amps",
+    "Watts",
+    "Joules",
+    "Coulombs",
+    "VA",
+    "Nits",
+    "lumen",
+    "lux",
+    "Candela",
+    "kPa",
+    "PSI",
+    "Newton",
+    "CFM",
+    "RPM",
+    "Hz",
+    "microsecond",
+    "millisecond",
+    "second",
+    "minute",
+    "hour",
+    "day",
+    "week",
+    "mil",
+    "inches",
+    "feet",
+    "cu in",
+    "cu feet",
+    "mm",
+    "cm",
+    "m",
+    "cu cm",
+    "cu m",
+    "liters",
+    "fluid ounce",
+    "radians",
+    "steradians",
+    "revolutions",
+    "cycles",
+    "gravities",
+    "ounce",
+    "pound",
+    "ft-lb",
+    "oz-in",
+    "gauss",
+    "gilberts",
+    "henry",
+    "millihenry",
+    "farad",
+    "microfarad",
+    "ohms",
+    "siemens",
+    "mole",
+    "becquerel",
+    "PPM",
+    "reserved",
+    "Decibels",
+    "DbA",
+    "DbC",
+    "gray",
+    "sievert",
+    "color temp deg K",
+    "bit",
+    "kilobit",
+    "megabit",
+    "gigabit",
+    "byte",
+    "kilobyte",
+    "megabyte",
+    "gigabyte",
+    "word",
+    "dword",
+    "qword",
+    "line",
+    "hit",
+    "miss",
+    "retry",
+    "reset",
+    "overflow",
+    "underrun",
+    "collision",
+    "packets",
+    "messages",
+    "characters",
+    "error",
+    "correctable error",
+    "uncorrectable error",
+    "fatal error",
+    "grams",
+};
+static_assert(kUnits.back() != nullptr, "a unit name is missing");
+
+} // namespace
+
+namespace kv::detail
+{
+
+const char* unit_name(uint8_t code)
+{
+    return code < kUnits.size() ? kUnits[code] : nullptr;
+}
+
+} // namespace kv::detail

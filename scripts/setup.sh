@@ -19,6 +19,9 @@ libgtest-dev
 libgmock-dev
 sysvinit-utils
 freeipmi-tools
+libfreeipmi-dev
+libbenchmark-dev
+tzdata
 iproute2
 "
 

@@ -6,6 +6,11 @@
  * Records shared with other processes are byte arrays with multi-byte
  * fields stored little-endian at fixed offsets (many unaligned): read them
  * with memcpy or byte by byte. */
+/* errno: after save_sel_to_file returned -1, errno holds the cause given by
+ * the open or write of the log that failed (EINVAL for a missing text or
+ * folder, ENAMETOOLONG for a folder name too long for the log's path). The
+ * other functions report by their results alone: errno means nothing after
+ * them. */
 #ifndef LIBKV_EVENTS_H
 #define LIBKV_EVENTS_H
 

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+// time() for the library, taken over by the test binary: the library's call
+// binds to this definition ahead of the C library's.
+#include "events_test.h"
+
+#include <atomic>
+#include <ctime>
+
+namespace
+{
+
+std::atomic<bool> fixed{false};
+std::atomic<std::time_t> fixed_now{0};
+
+} // namespace
+
+extern "C" std::time_t time(std::time_t* out)
+{
+    std::time_t now = fixed_now.load();
+    if (!fixed.load())
+    {
+        timespec real{};
+        clock_gettime(CLOCK_REALTIME, &real);
+        now = real.tv_sec;
+    }
+    if (out != nullptr)
+    {
+        *out = now;
+    }
+    return now;
+}
+
+namespace kv::test
+{
+
+FixedClock::FixedClock(std::time_t now)
+{
+    fixed_now = now;
+    fixed = true;
+}
+
+FixedClock::~FixedClock()
+{
+    fixed = false;
+}
+
+std::time_t utc(int year, int month, int day, int hour, int minute, int second)
+{
+    std::tm parts{};
+    parts.tm_year = year - 1900;
+    parts.tm_mon = month - 1;
+    parts.tm_mday = day;
+    parts.tm_hour = hour;
+    parts.tm_min = minute;
+    parts.tm_sec = second;
+    return timegm(&parts);
+}
+
+} // namespace kv::test

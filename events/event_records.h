@@ -6,6 +6,7 @@
 // loads.
 #pragma once
 
+#include "foundation/byte_order.h"
 #include "ipc/platform_segment.h"
 
 #include <libkv/events.h>
@@ -98,29 +99,6 @@ static_assert(segment::subscription(segment::kSubscriptionCount) <=
               segment::kEventSummary);
 static_assert(segment::kEventSummary + sizeof(EventInfo) <=
               segment::kTrapSlots);
-
-// ---- Little-endian fields ---------------------------------------------------
-
-inline uint16_t le16(const uint8_t* p)
-{
-    return static_cast<uint16_t>(p[0] | p[1] << 8);
-}
-
-inline uint32_t le32(const uint8_t* p)
-{
-    return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
-           static_cast<uint32_t>(p[2]) << 16 |
-           static_cast<uint32_t>(p[3]) << 24;
-}
-
-// B of a sensor description: an IEEE double stored little-endian, which is
-// the byte order of both the BMC and the build machines.
-inline double le_double(const uint8_t* p)
-{
-    double value = 0;
-    std::memcpy(&value, p, sizeof value);
-    return value;
-}
 
 // Length of a sensor's name. A daemon may fill the name to the end of its
 // field without a terminator; the name then runs on, but never past the end

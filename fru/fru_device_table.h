@@ -2,6 +2,8 @@
 // The FRU device table of the platform segment.
 #pragma once
 
+#include "foundation/byte_order.h"
+
 #include <libkv/fru.h>
 
 #include <cstdint>
@@ -16,12 +18,12 @@ std::optional<kv_fru_device> load_fru_device(int id);
 
 inline unsigned fru_device_size(const kv_fru_device& device)
 {
-    return device.size[0] | device.size[1] << 8;
+    return le16(device.size);
 }
 
 inline unsigned fru_device_base(const kv_fru_device& device)
 {
-    return device.base[0] | device.base[1] << 8;
+    return le16(device.base);
 }
 
 } // namespace kv::detail

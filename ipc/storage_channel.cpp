@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The two storage channels: a 32-bit code and up to 251 payload bytes per
 // record, over fixed FIFOs in /run/fifo.
+#include "foundation/byte_order.h"
 #include "foundation/resources.h"
 
 #include <libkv/ipc.h>
@@ -33,10 +34,7 @@ int send_record(const char* fifo, uint32_t code, const void* data, uint8_t len)
     }
     std::array<uint8_t, 1 + kCodeSize + 255> record{};
     record[0] = static_cast<uint8_t>(len + kCodeSize);
-    for (size_t i = 0; i < kCodeSize; ++i)
-    {
-        record[1 + i] = static_cast<uint8_t>(code >> (8 * i));
-    }
+    kv::detail::store_le32(record.data() + 1, code);
     if (len != 0)
     {
         std::memcpy(record.data() + 1 + kCodeSize, data, len);
@@ -62,11 +60,7 @@ int receive_record(const char* fifo, uint8_t* out, mode_t mode)
     readMsg(fd.get(), body.data(), &len, kReceiveTimeoutSeconds);
 
     const auto payload = static_cast<uint8_t>(len - kCodeSize);
-    uint32_t code = 0;
-    for (size_t i = 0; i < kCodeSize; ++i)
-    {
-        code |= static_cast<uint32_t>(body[i]) << (8 * i);
-    }
+    const uint32_t code = kv::detail::le32(body.data());
     out[0] = payload;
     std::memcpy(out + 1, &code, sizeof code);
     std::memcpy(out + 1 + kCodeSize, body.data() + kCodeSize,

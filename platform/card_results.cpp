@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/card_results.h"
 
+#include "foundation/byte_order.h"
 #include "foundation/resources.h"
 
 namespace kv::detail
@@ -14,10 +15,7 @@ void CardResults<Width>::publish(const char* path) const
         return;
     }
     std::array<uint8_t, 4 + kCapacity * Width> bytes{};
-    for (std::size_t i = 0; i < 4; ++i)
-    {
-        bytes[i] = static_cast<uint8_t>(count_ >> (8 * i));
-    }
+    store_le32(bytes.data(), static_cast<uint32_t>(count_));
     for (std::size_t i = 0; i < count_; ++i)
     {
         for (std::size_t b = 0; b < Width; ++b)

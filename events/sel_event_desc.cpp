@@ -82,33 +82,41 @@ void ipmi_get_event_desc(const uint8_t* rec, char** desc)
         return;
     }
     *desc = nullptr;
-    if (rec == nullptr)
+    const kv_event_desc* entry = kv::detail::find_event_desc(rec);
+    if (entry == nullptr)
     {
         return;
+    }
+    const std::size_t length = std::strlen(entry->text);
+    auto* text = static_cast<char*>(std::calloc(length + kDescriptionSlack, 1));
+    if (text != nullptr)
+    {
+        std::memcpy(text, entry->text, length);
+    }
+    *desc = text;
+}
+
+} // extern "C"
+
+const kv_event_desc* kv::detail::find_event_desc(const uint8_t* rec)
+{
+    if (rec == nullptr)
+    {
+        return nullptr;
     }
     const uint8_t event_type = rec[12] & 0x7F;
     if (is_oem_event_type(event_type))
     {
-        return;
+        return nullptr;
     }
     for (const auto* entry =
              ipmi_get_first_event_sensor_type(rec[10], event_type);
          entry != nullptr; entry = ipmi_get_next_event_sensor_type(entry))
     {
-        if (!matches(*entry, rec))
+        if (matches(*entry, rec))
         {
-            continue;
+            return entry;
         }
-        const std::size_t length = std::strlen(entry->text);
-        auto* text =
-            static_cast<char*>(std::calloc(length + kDescriptionSlack, 1));
-        if (text != nullptr)
-        {
-            std::memcpy(text, entry->text, length);
-        }
-        *desc = text;
-        return;
     }
+    return nullptr;
 }
-
-} // extern "C"

@@ -51,6 +51,10 @@ std::span<const kv_event_desc> event_entries(EventTable table);
 // Entry `n` (from 0) of `table`, or nullptr past its last entry.
 const kv_event_desc* event_entry(EventTable table, std::size_t n);
 
+// The entry whose text describes the 16-byte SEL record `rec`, or null: the
+// search of ipmi_get_event_desc, without the copy it hands its caller.
+const kv_event_desc* find_event_desc(const uint8_t* rec);
+
 // The table that holds `entry`; none for a terminator or a foreign pointer.
 EventTable event_table_of(const kv_event_desc* entry);
 

@@ -5,6 +5,7 @@
 #include "events/sel_text.h"
 
 #include "events/event_records.h"
+#include "events/sel_tables.h"
 #include "events/sel_time.h"
 
 #include <algorithm>
@@ -194,14 +195,13 @@ void add_sensor(Line& line, Summary& summary, const uint8_t* rec,
     }
 }
 
+// The table's text itself: the copy ipmi_get_event_desc makes for its
+// callers would only be freed again here.
 void add_description(Line& line, const uint8_t* rec)
 {
-    char* description = nullptr;
-    ipmi_get_event_desc(rec, &description);
-    if (description != nullptr)
+    if (const kv_event_desc* entry = kv::detail::find_event_desc(rec))
     {
-        line.add(description);
-        std::free(description);
+        line.add(entry->text);
     }
 }
 

@@ -36,23 +36,17 @@ bool position_taken(uint8_t presence, uint8_t c)
 
 void probe_position(int fd, const M2Row& row, uint8_t c, CardResults<4>& found)
 {
-    const bool behind_mux = row.mux != 0;
-    if (behind_mux &&
-        switch_channel_request(fd, row.card_bus, c, row.mux, 1) != KV_CC_OK)
-    {
-        return; // someone else holds the multiplexer
-    }
-    uint8_t identity[2] = {};
-    const Probe probe{fd, row.card_bus, row.identity_device, "mp2_card_detect"};
-    if (read_registers_logged(probe, 0, identity, sizeof identity, __LINE__) &&
-        board_id(identity[0]) == kM2CardId)
-    {
-        found.add({row.card_bus, row.mux, c, 0});
-    }
-    if (behind_mux)
-    {
-        switch_channel_request(fd, row.card_bus, c, row.mux, 0);
-    }
+    on_channel(fd, row.card_bus, c, row.mux, [&] {
+        uint8_t identity[2] = {};
+        const Probe probe{fd, row.card_bus, row.identity_device,
+                          "mp2_card_detect"};
+        if (read_registers_logged(probe, 0, identity, sizeof identity,
+                                  __LINE__) &&
+            board_id(identity[0]) == kM2CardId)
+        {
+            found.add({row.card_bus, row.mux, c, 0});
+        }
+    });
 }
 
 void probe_row(const CardRow& config, CardResults<4>& found)

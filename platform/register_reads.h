@@ -3,6 +3,8 @@
 // written, the bytes read after a repeated start, one transaction.
 #pragma once
 
+#include <libkv/ipc.h>
+
 #include <cstdint>
 
 namespace kv::detail
@@ -27,5 +29,25 @@ struct Probe
 // device, the register and `line` of `probe.function`.
 bool read_registers_logged(const Probe& probe, uint8_t reg, uint8_t* buf,
                            uint16_t len, int line);
+
+// Runs `read` with channel `channel` of the multiplexer `mux` on `bus`
+// taken through `fd`, and gives the channel back after; a `mux` of 0 means
+// the device is reached directly. Nothing is read when another process
+// holds the multiplexer.
+template <typename Read>
+void on_channel(int fd, uint8_t bus, uint8_t channel, uint8_t mux, Read read)
+{
+    if (mux == 0)
+    {
+        read();
+        return;
+    }
+    if (switch_channel_request(fd, bus, channel, mux, 1) != KV_CC_OK)
+    {
+        return;
+    }
+    read();
+    switch_channel_request(fd, bus, channel, mux, 0);
+}
 
 } // namespace kv::detail

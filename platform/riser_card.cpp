@@ -49,23 +49,15 @@ extern "C" int riser_card_detect(void)
     {
         return 0;
     }
-    const bool behind_mux = mux != 0;
-    if (behind_mux &&
-        switch_channel_request(fd.get(), bus, channel, mux, 1) != KV_CC_OK)
-    {
-        return 0;
-    }
     CardResults<3> found;
-    uint8_t card[2] = {};
-    if (read_registers(fd.get(), card_device, 0, card, 2) &&
-        board_id(card[0]) == kRiserCardId)
-    {
-        found.add({bus, mux, channel});
-    }
-    if (behind_mux)
-    {
-        switch_channel_request(fd.get(), bus, channel, mux, 0);
-    }
+    on_channel(fd.get(), bus, channel, mux, [&] {
+        uint8_t card[2] = {};
+        if (read_registers(fd.get(), card_device, 0, card, 2) &&
+            board_id(card[0]) == kRiserCardId)
+        {
+            found.add({bus, mux, channel});
+        }
+    });
     fd.reset();
     found.publish("/var/run/backplane/riser_bus_config");
     return 0;

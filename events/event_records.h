@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 namespace kv::detail
 {
@@ -57,12 +58,14 @@ static_assert(offsetof(EventSubscription, every_sensor) == 324);
 static_assert(offsetof(EventSubscription, generic_excluded) == 325);
 static_assert(offsetof(EventSubscription, specific_excluded) == 453);
 static_assert(offsetof(EventSubscription, sensors) == 581);
+static_assert(alignof(EventSubscription) == 1);
 
 // ---- EventInfo: the event summary -------------------------------------------
 
 namespace summary = segment::event_summary;
 
 static_assert(sizeof(EventInfo) == 249);
+static_assert(alignof(EventInfo) == 1);
 static_assert(offsetof(EventInfo, element_uid) == summary::kElementUid);
 static_assert(offsetof(EventInfo, element_name) == summary::kElementName);
 static_assert(offsetof(EventInfo, sensor_number) == summary::kSensorNumber);
@@ -108,6 +111,14 @@ inline size_t sensor_name_length(const SensorRecord& sensor)
     const auto* record = reinterpret_cast<const char*>(&sensor);
     return strnlen(record + offsetof(SensorRecord, name),
                    sizeof(SensorRecord) - offsetof(SensorRecord, name));
+}
+
+// The text of a fixed-width field of a shared record: up to its first NUL,
+// or the whole field when another process filled it to the end.
+template <std::size_t N>
+std::string_view fixed_text(const char (&field)[N])
+{
+    return {field, strnlen(field, N)};
 }
 
 } // namespace kv::detail

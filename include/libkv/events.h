@@ -1,16 +1,17 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 /* libkv events: SEL records and their hand-off slots, the text SEL log, the
- * decoding of SEL records into text, and the records of the platform segment
- * that the event forwarders read. Plain C.
+ * decoding of SEL records into text, SNMP trap requests and Redfish event
+ * posts. Plain C, except the FIFO helpers at the end.
  *
  * Records shared with other processes are byte arrays with multi-byte
  * fields stored little-endian at fixed offsets (many unaligned): read them
  * with memcpy or byte by byte. */
 /* errno: after save_sel_to_file returned -1, errno holds the cause given by
  * the open or write of the log that failed (EINVAL for a missing text or
- * folder, ENAMETOOLONG for a folder name too long for the log's path). The
- * other functions report by their results alone: errno means nothing after
- * them. */
+ * folder, ENAMETOOLONG for a folder name too long for the log's path), and
+ * after a FIFO helper returned 1 it holds the cause given by its write,
+ * mkfifo or open. The other functions report by their results alone: errno
+ * means nothing after them. */
 #ifndef LIBKV_EVENTS_H
 #define LIBKV_EVENTS_H
 
@@ -168,6 +169,58 @@ KV_EXPORT size_t ipmi_strftime(char* buf, size_t len, const char* fmt,
 KV_EXPORT int ipmi_timestamp_is_valid(int32_t t);
 KV_EXPORT int ipmi_timestamp_is_special(int32_t t);
 
+/* ---- SNMP trap requests -------------------------------------------------- */
+
+/* Leaves a trap request in the first free one of the 16 trap slots of the
+ * platform segment, for the SNMP agent to send: always 0, and the request
+ * is dropped without a word when every slot is taken. */
+KV_EXPORT int snmpSendTrap(uint32_t code, uint32_t value, uint8_t kind,
+                           const char* text);
+
+/* ---- Redfish event subscriptions ----------------------------------------- */
+
+/* Posts the decoded event `message` of the 16-byte SEL record `rec` to every
+ * active subscriber of the platform segment at `segment` that wants it, one
+ * after another, each waiting up to 5 s: -1 for a NULL argument, else 0
+ * whatever became of the posts. */
+KV_EXPORT int send_event_subscriptions(uint8_t* segment, const uint8_t* rec,
+                                       const char* message);
+/* 1 when the subscriber wants the event, else 0. */
+KV_EXPORT int check_event_subscription_active(EventSubscription sub,
+                                              const uint8_t* rec,
+                                              const char* message);
+/* 0 when the event-type mask accepts the record's kind of event, else -1. */
+KV_EXPORT int check_event_subscription_type(uint8_t mask, const uint8_t* rec);
+/* Posts one Redfish event to the subscriber: 0 when the HTTP exchange took
+ * place (whatever its status), else the transfer's error code shifted left
+ * by 8. Refreshes the UID and asset tag of `info` first. */
+KV_EXPORT int send_curl_message(EventSubscription* sub, const char* message,
+                                EventInfo* info);
+/* Appends the names of the mask's bits, joined by ",", to `buf` (callers
+ * pass 128 zeroed bytes). */
+KV_EXPORT void eventtypeToStr(uint8_t mask, char* buf);
+/* The first table text found in `message` (generic, then sensor-specific,
+ * then vendor table): its problem code (table << 28 | code << 8 | offset)
+ * and its text into `text` (128 bytes); 0xFFFFFFFF and "Unknown Problem"
+ * when none is found. */
+KV_EXPORT void getspecificProblem(const char* message, uint32_t* code,
+                                  char* text);
+
 KV_EXTERN_C_END
+
+#ifdef __cplusplus
+
+/* A second path to the SNMP agent, through a FIFO whose path, mkfifo mode
+ * and open flags the callers choose. C++ linkage. */
+
+/* One write of `len` bytes: 0 when all went, else 1 (logged). */
+KV_EXPORT int snmpWriteMsg(int fd, const char* buf, int len);
+/* 0 when something exists at `path` or a FIFO was made there, else 1. */
+KV_EXPORT int checkFIFOFile(const char* path, int mode);
+/* Opens the FIFO's write end once per process, trying twice a second apart:
+ * 0 when it is open (now or already), 1 when both attempts failed. */
+KV_EXPORT int getSNMPTrapWriteFD(const char* path, int oflag);
+
+#endif /* __cplusplus */
 
 #endif

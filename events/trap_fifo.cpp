@@ -23,10 +23,20 @@ int trap_fifo_fd = 0;
 
 int snmpWriteMsg(int fd, const char* buf, int len)
 {
-    const ssize_t written = ::write(fd, buf, static_cast<size_t>(len));
-    if (written == len)
+    // A negative length is refused before the write: passed on, it would
+    // become a huge size, fail with -1 and read as complete.
+    ssize_t written = -1;
+    if (len < 0)
     {
-        return 0;
+        errno = EINVAL;
+    }
+    else
+    {
+        written = ::write(fd, buf, static_cast<size_t>(len));
+        if (written == len)
+        {
+            return 0;
+        }
     }
     kv::detail::KeepErrno keep;
     // The format ends in a bare "%": the error text is passed but never

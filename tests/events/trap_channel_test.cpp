@@ -173,6 +173,7 @@ TEST(TrapFifo, WriteMsgReportsShortAndFailedWrites)
     int fds[2];
     ASSERT_EQ(::pipe(fds), 0);
     EXPECT_EQ(snmpWriteMsg(fds[1], "trap", 4), 0);
+    EXPECT_EQ(snmpWriteMsg(fds[1], "trap", -1), 1);
     char got[8] = {};
     EXPECT_EQ(::read(fds[0], got, sizeof got), 4);
     EXPECT_STREQ(got, "trap");

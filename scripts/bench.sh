@@ -1,11 +1,14 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
 # Builds the benchmarks (meson option bench) and runs them: SEL records to
-# text, libkv against FreeIPMI over the same records. Extra arguments go to
-# the benchmark, e.g. --benchmark_repetitions=3.
+# text, libkv against FreeIPMI over the same records, and event forwarding,
+# libkv's posts against the curl program's. Extra arguments go to the
+# benchmarks, e.g. --benchmark_repetitions=3.
 set -eu
 cd "$(dirname "$0")/.."
 sh scripts/setup.sh
 [ -f build-bench/build.ninja ] || meson setup build-bench -Dbench=true >/dev/null
-meson compile -C build-bench bench/sel_text_bench >/dev/null
+meson compile -C build-bench bench/sel_text_bench \
+    bench/event_forwarding_bench >/dev/null
 build-bench/bench/sel_text_bench "$@"
+build-bench/bench/event_forwarding_bench "$@"

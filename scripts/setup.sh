@@ -23,6 +23,8 @@ libfreeipmi-dev
 libbenchmark-dev
 tzdata
 iproute2
+snmpd
+snmp
 "
 
 missing=""

@@ -2,18 +2,16 @@
 #include "services_test.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
-#include <chrono>
 #include <cstdlib>
-#include <thread>
 
 namespace kv::services::test
 {
 namespace
 {
 
-constexpr const char* kRecorder = "#!/bin/sh\n"
-                                  "mkdir -p /tmp/calls\n"
+constexpr const char* kRecorder = "#!/bin/sh\nmkdir -p /tmp/calls\n"
                                   "{ printf '%s\\n' \"$@\"; echo --; } "
                                   ">>\"/tmp/calls/${0##*/}\"\n";
 
@@ -23,30 +21,17 @@ void write_script(const std::string& path, const std::string& body)
     ASSERT_EQ(0, ::chmod(path.c_str(), 0755));
 }
 
-// Records end in a line "--"; arguments are never that.
-int records_in(const std::string& text)
-{
-    int records = 0;
-    for (size_t at = 0; (at = text.find("--\n", at)) != std::string::npos;
-         at += 3)
-    {
-        records += at == 0 || text[at - 1] == '\n' ? 1 : 0;
-    }
-    return records;
-}
-
 } // namespace
 
 void RecordingTools::SetUp()
 {
-    const std::string bin = kFakeBin;
-    write_script(bin + "/systemctl", kRecorder);
-    write_script(bin + "/net-snmp-create-v3-user", kRecorder);
+    write_script("/tmp/fake-bin/systemctl", kRecorder);
+    write_script("/tmp/fake-bin/net-snmp-create-v3-user", kRecorder);
     write_script("/etc/default/obmc/bonding/bonding.sh",
                  std::string(kRecorder) +
                      "exit $(cat /tmp/bonding-exit 2>/dev/null || echo 0)\n");
     saved_path_ = std::getenv("PATH");
-    setenv("PATH", (bin + ":" + saved_path_).c_str(), 1);
+    setenv("PATH", ("/tmp/fake-bin:" + saved_path_).c_str(), 1);
 }
 
 void RecordingTools::TearDown()
@@ -56,19 +41,21 @@ void RecordingTools::TearDown()
 
 std::string RecordingTools::calls_of(const std::string& tool, int records)
 {
-    const std::string path = "/tmp/calls/" + tool;
-    const auto give_up =
-        std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (std::chrono::steady_clock::now() < give_up)
+    std::string text;
+    for (int tries = 0; tries < 500; ++tries, ::usleep(10000))
     {
-        const auto text = kv::test::read_text(path);
-        if (text && records_in(*text) >= records)
+        text = kv::test::read_text("/tmp/calls/" + tool).value_or("");
+        int found = text.starts_with("--\n") ? 1 : 0;
+        for (size_t at = 0; (at = text.find("\n--\n", at)) != text.npos; ++at)
         {
-            return *text;
+            ++found;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        if (found >= records)
+        {
+            break;
+        }
     }
-    return kv::test::read_text(path).value_or("");
+    return text;
 }
 
 } // namespace kv::services::test

@@ -17,35 +17,21 @@ inline constexpr const char* kSnmpdConf = "/etc/snmp/snmpd.conf";
 // The BMC's snmpd.conf before any setting was made: its group section has
 // the header comment and no group line yet.
 inline constexpr const char* kBaseSnmpdConf =
-    "# snmpd.conf: the BMC's SNMP agent\n"
     "agentaddress  udp:161\n"
     "sysdescr  libkv test agent\n"
-    "\n"
-    "####\n"
-    "# First, map the community name into a security name:\n"
-    "#       sec.name  source          community\n"
     "com2sec  mynetwork   default   public\n"
     "\n"
     "####\n"
     "# Second, map the security name into a group name:\n"
     "#       groupName      securityModel securityName\n"
     "\n"
-    "####\n"
-    "# Third, a view of everything:\n"
     "view    all            included      .1\n"
-    "\n"
-    "####\n"
-    "# Finally, grant the group read-only access to the view:\n"
-    "#       group     context sec.model sec.level prefix read write notif\n"
-    "access  my_group  \"\"      any       noauth    exact  all  none  none\n";
+    "access  my_group  \"\"  any  noauth  exact  all  none  none\n";
 
-// Folder of the stand-ins, first on PATH once a RecordingTools exists.
-inline constexpr const char* kFakeBin = "/tmp/fake-bin";
-
-// Stand-ins for systemctl and net-snmp-create-v3-user on PATH, and for the
-// platform's bonding script: each appends its arguments, one per line and
-// then a line "--", to /tmp/calls/<its name>. The bonding script exits with
-// the number in /tmp/bonding-exit, 0 without it.
+// Stand-ins for systemctl and net-snmp-create-v3-user, first on PATH, and
+// for the platform's bonding script: each appends its arguments, one per
+// line and then a line "--", to /tmp/calls/<its name>. The bonding script
+// exits with the number in /tmp/bonding-exit, 0 without it.
 class RecordingTools : public testing::Test
 {
   protected:

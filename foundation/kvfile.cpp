@@ -2,21 +2,18 @@
 // Key=value configuration files: the one reader, writer and deleter behind
 // every settings file of the BMC. Lines are handled in pieces of at most 255
 // characters and split at their first separator; key and value are trimmed.
-#include "foundation/atomic_replace.h"
 #include "foundation/resources.h"
+#include "foundation/scratch_rewrite.h"
 
 #include <libkv/foundation.h>
 
-#include <sys/stat.h>
-#include <sys/time.h>
-
-#include <climits>
 #include <cstdio>
 #include <cstring>
 
 namespace
 {
 
+using kv::detail::rewrite_via_scratch;
 using kv::detail::UniqueFile;
 
 constexpr int kLineSize = 256; // 255 characters and the terminator
@@ -65,53 +62,6 @@ bool value_unchanged(const char* path, const char* key, const char* value,
     std::snprintf(wanted, sizeof wanted, "%s", value);
     get_valid_string(wanted);
     return std::strcmp(current, wanted) == 0;
-}
-
-// The file to copy from, or null when there is none yet. Anything but a
-// regular file is not read: the rename over it fails later.
-UniqueFile open_original(const char* path)
-{
-    UniqueFile file = kv::detail::open_file(path, "r");
-    struct stat info = {};
-    if (file &&
-        (::fstat(fileno(file.get()), &info) != 0 || !S_ISREG(info.st_mode)))
-    {
-        file.reset();
-    }
-    return file;
-}
-
-// `copy` writes the edited text of `path` (null when it does not exist yet)
-// into a scratch file "<path>_<microseconds>", which then replaces `path`.
-// A read or write error leaves the old file in place.
-template <typename Copy>
-int rewrite_via_scratch(const char* path, Copy copy)
-{
-    timeval now{};
-    ::gettimeofday(&now, nullptr);
-    char name[PATH_MAX];
-    const int length = std::snprintf(name, sizeof name, "%s_%u", path,
-                                     static_cast<unsigned>(now.tv_usec));
-    if (length < 0 || static_cast<size_t>(length) >= sizeof name)
-    {
-        return -1;
-    }
-    UniqueFile original = open_original(path);
-    using kv::detail::ReplaceFailure;
-    const ReplaceFailure failure = kv::detail::replace_file(
-        path, name, kv::detail::ScratchName::unique, [&](std::FILE* scratch) {
-            copy(original.get(), scratch);
-            return !original || std::ferror(original.get()) == 0;
-        });
-    switch (failure)
-    {
-        case ReplaceFailure::none:
-            return 0;
-        case ReplaceFailure::rename:
-            return KV_CONF_RENAME_FAILED;
-        default:
-            return -1;
-    }
 }
 
 // The first line holding `key` becomes `new_line`; later lines, duplicates

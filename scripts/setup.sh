@@ -23,6 +23,9 @@ libfreeipmi-dev
 libbenchmark-dev
 tzdata
 iproute2
+snmpd
+snmp
+s-nail
 "
 
 missing=""

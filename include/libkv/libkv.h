@@ -11,5 +11,6 @@
 #include <libkv/hw.h>
 #include <libkv/ipc.h>
 #include <libkv/platform.h>
+#include <libkv/services.h>
 
 #endif

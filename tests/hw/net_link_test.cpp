@@ -2,6 +2,7 @@
 // Interface flags and hardware address on a veth pair in the test's own
 // network namespace, read back from the kernel with the interface requests.
 #include "test_helpers.h"
+#include "veth_pair.h"
 
 #include <libkv/hw.h>
 
@@ -14,9 +15,9 @@
 
 #include <array>
 #include <cstring>
-#include <vector>
 
 using kv::test::exit_status_of;
+using kv::test::run_ip;
 
 namespace
 {
@@ -26,21 +27,6 @@ using Mac = std::array<uint8_t, 6>;
 // 15 characters each: the longest names the kernel takes.
 const std::string left = "kv-board-sig-a1";
 const std::string right = "kv-board-sig-b1";
-
-// Exit status of the ip tool with `args`, run without a shell.
-int run_ip(std::vector<std::string> args)
-{
-    return exit_status_of([&] {
-        std::vector<char*> argv{const_cast<char*>(KV_IP_TOOL)};
-        for (std::string& arg : args)
-        {
-            argv.push_back(arg.data());
-        }
-        argv.push_back(nullptr);
-        ::execv(KV_IP_TOOL, argv.data());
-        return 127;
-    });
-}
 
 // The interface request `what` for `name`, made on a socket of the test's.
 ifreq ask_kernel(unsigned long what, const std::string& name)
@@ -77,33 +63,21 @@ std::string stderr_of(Call call)
     return testing::internal::GetCapturedStderr();
 }
 
-class VethPair : public testing::Test
+class VethPair : public kv::test::VethPairTest
 {
   protected:
+    VethPair() : VethPairTest(left, right)
+    {}
     void SetUp() override
     {
-        const int status = run_ip(
-            {"link", "add", left, "type", "veth", "peer", "name", right});
-        if (status != 0)
+        VethPairTest::SetUp();
+        if (IsSkipped())
         {
-            GTEST_SKIP() << "no veth pair: '" KV_IP_TOOL " link add ... type "
-                            "veth' exited with "
-                         << status << " in the test's network namespace";
+            return;
         }
-        created_ = true;
         // A flag that up and down must leave alone.
         ASSERT_EQ(0, run_ip({"link", "set", left, "promisc", "on"}));
     }
-    void TearDown() override
-    {
-        if (created_)
-        {
-            EXPECT_EQ(0, run_ip({"link", "del", left}));
-        }
-    }
-
-  private:
-    bool created_ = false;
 };
 
 TEST_F(VethPair, UpAndDownChangeOnlyIffUp)

@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: Apache-2.0
+// Rewriting a settings file through a scratch file "<path>_<microseconds>"
+// beside it: the edited copy replaces the file only when it is whole.
+#pragma once
+
+#include <cstdio>
+#include <functional>
+
+namespace kv::detail
+{
+
+// `copy` writes the edited text of `path` (given as null when the file does
+// not exist yet, which counts as empty) into the scratch file, which then
+// replaces `path`. A read or write error leaves the old file in place.
+// 0, KV_CONF_FAILED (no scratch file, I/O error) or KV_CONF_RENAME_FAILED;
+// errno holds the cause of a failure.
+int rewrite_via_scratch(
+    const char* path,
+    const std::function<void(std::FILE* from, std::FILE* to)>& copy);
+
+} // namespace kv::detail

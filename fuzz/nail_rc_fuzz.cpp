@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+// nail.rc can be edited by hand: any text must read into the record with
+// every text field terminated within its bounds, and the record must write
+// back and read again. The files go to the sandbox's /var, a tmpfs, where
+// the writer's flushes to disk cost nothing.
+#include "sandbox.h"
+
+#include <libkv/services.h>
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+namespace
+{
+
+template <size_t N>
+void check_terminated(const char (&field)[N])
+{
+    if (strnlen(field, N) == N)
+    {
+        __builtin_trap();
+    }
+}
+
+void check(const MailConfig& config)
+{
+    check_terminated(config.user);
+    check_terminated(config.server);
+    check_terminated(config.password);
+    for (const auto& recipient : config.recipients)
+    {
+        check_terminated(recipient);
+    }
+    check_terminated(config.active);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    kv::sandbox::enter();
+    ::mkdir("/var/lib", 0755);
+    ::mkdir("/var/lib/ipmi", 0755);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    std::FILE* rc = std::fopen("/var/lib/ipmi/nail.rc", "wb");
+    if (rc == nullptr)
+    {
+        return 0;
+    }
+    std::fwrite(data, 1, size, rc);
+    std::fclose(rc);
+
+    MailConfig config{};
+    if (read_email_config(nullptr, &config) != 0)
+    {
+        return 0;
+    }
+    check(config);
+    std::remove("/var/lib/ipmi/written.rc");
+    write_email_config("/var/lib/ipmi/written.rc", &config);
+    MailConfig again{};
+    if (read_email_config("/var/lib/ipmi/written.rc", &again) == 0)
+    {
+        check(again);
+    }
+    return 0;
+}

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+// snmpd.conf is edited by hand and the agent writes its state file: any
+// text must read without a stray read or write, and every setter must copy
+// it. The paths are fixed, so the target runs in the test sandbox, on a
+// private /etc and /var.
+#include "sandbox.h"
+
+#include <libkv/services.h>
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+
+namespace
+{
+
+void put(const char* path, const uint8_t* data, size_t size)
+{
+    std::FILE* file = std::fopen(path, "wb");
+    if (file != nullptr)
+    {
+        std::fwrite(data, 1, size, file);
+        std::fclose(file);
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    kv::sandbox::enter();
+    ::mkdir("/etc/snmp", 0755);
+    ::mkdir("/var/lib", 0755);
+    ::mkdir("/var/lib/net-snmp", 0755);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    put("/etc/snmp/snmpd.conf", data, size);
+    put("/var/lib/net-snmp/snmpd.conf", data, size);
+
+    uint16_t port = 0;
+    snmp_service_port_get(&port);
+    char text[128];
+    snmp_community_get(text, sizeof text);
+    snmp_v3_engineid_get(text, sizeof text);
+    bool v1 = false;
+    bool v2 = false;
+    bool on = false;
+    snmp_v1_status_get(&v1);
+    snmp_v2_status_get(&v2);
+    snmp_service_status_get(&on);
+    SNMP_V3_USER* users = nullptr;
+    snmp_v3_user_get(&users);
+    const char* victim = users != nullptr ? users->name : "nobody";
+
+    snmp_v3_user_del(victim);
+    snmp_v3_user_free(&users);
+    snmp_ver_status_set(SNMP_VERSION_V1, !v1);
+    snmp_ver_status_set(SNMP_VERSION_V2C, !v2);
+    snmp_service_port_set(static_cast<uint16_t>(port + 1));
+    snmp_community_set("fuzz");
+    return 0;
+}

@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: Apache-2.0
+// The v1/v2c community: the first "com2sec ... default" line of snmpd.conf.
+#include "services/snmp_conf.h"
+
+#include <libkv/foundation.h>
+#include <libkv/services.h>
+
+#include <cstdio>
+#include <cstring>
+
+using kv::services::LineFate;
+
+namespace
+{
+
+constexpr size_t kCommunityMax = 127; // what the getter reads back
+
+// One token of printable characters that the getter reads back whole: a
+// blank or a line break would end it early or start a line of its own.
+bool is_community(const char* text)
+{
+    const size_t length = std::strlen(text);
+    if (length == 0 || length > kCommunityMax)
+    {
+        return false;
+    }
+    for (size_t at = 0; at < length; ++at)
+    {
+        const auto byte = static_cast<unsigned char>(text[at]);
+        if (byte <= ' ' || byte == 0x7f)
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+extern "C" int snmp_community_get(char* community, unsigned size)
+{
+    if (community == nullptr || size == 0)
+    {
+        return KV_SNMP_FAILED;
+    }
+    int result = KV_SNMP_FAILED;
+    kv::services::for_each_selected_line(
+        kv::services::kSnmpdConf, {"com2sec", "default"}, [&](char* line) {
+            char token[128] = "";
+            std::sscanf(line, "%*s %*s %*s %127s", token);
+            std::snprintf(community, size, "%s", token);
+            result = 0;
+            return false;
+        });
+    return result;
+}
+
+extern "C" int snmp_community_set(const char* community)
+{
+    if (community == nullptr || !is_community(community))
+    {
+        return KV_SNMP_FAILED;
+    }
+    char current[128];
+    if (snmp_community_get(current, sizeof current) == 0 &&
+        std::strcmp(current, community) == 0)
+    {
+        return 0;
+    }
+    char new_line[256];
+    std::snprintf(new_line, sizeof new_line,
+                  "com2sec  mynetwork   default   %s\n", community);
+    return kv::services::rewrite_snmpd_conf(
+        [](const char* line) {
+            return check_comment_line(line) == 0 &&
+                           kv::services::begins_with(line, "com2sec") &&
+                           std::strstr(line, "default") != nullptr
+                       ? LineFate::replace
+                       : LineFate::keep;
+        },
+        new_line);
+}

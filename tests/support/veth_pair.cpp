@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "veth_pair.h"
+
+#include "test_helpers.h"
+
+#include <unistd.h>
+
+namespace kv::test
+{
+
+int run_ip(std::vector<std::string> args)
+{
+    return exit_status_of([&] {
+        std::vector<char*> argv{const_cast<char*>(KV_IP_TOOL)};
+        for (std::string& arg : args)
+        {
+            argv.push_back(arg.data());
+        }
+        argv.push_back(nullptr);
+        ::execv(KV_IP_TOOL, argv.data());
+        return 127;
+    });
+}
+
+void VethPairTest::SetUp()
+{
+    const int status =
+        run_ip({"link", "add", left_, "type", "veth", "peer", "name", right_});
+    if (status != 0)
+    {
+        GTEST_SKIP() << "no veth pair: '" KV_IP_TOOL " link add ... type "
+                        "veth' exited with "
+                     << status << " in the test's network namespace";
+    }
+    created_ = true;
+}
+
+void VethPairTest::TearDown()
+{
+    if (created_)
+    {
+        EXPECT_EQ(0, run_ip({"link", "del", left_}));
+    }
+}
+
+} // namespace kv::test

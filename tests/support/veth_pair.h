@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+// A veth pair in the test's own network namespace, made with iproute2's ip
+// tool, for tests of the interface requests.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace kv::test
+{
+
+// Exit status of the ip tool with `args`, run without a shell.
+int run_ip(std::vector<std::string> args);
+
+// Fixture: the pair exists for the test and is removed after it; the test
+// is skipped where the kernel makes no veth pairs. Names are at most 15
+// characters, the longest the kernel takes.
+class VethPairTest : public testing::Test
+{
+  protected:
+    VethPairTest(std::string left, std::string right) :
+        left_(std::move(left)), right_(std::move(right))
+    {}
+    void SetUp() override;
+    void TearDown() override;
+
+    const std::string left_;
+    const std::string right_;
+
+  private:
+    bool created_ = false;
+};
+
+} // namespace kv::test

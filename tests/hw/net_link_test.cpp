@@ -2,6 +2,7 @@
 // Interface flags and hardware address on a veth pair in the test's own
 // network namespace, read back from the kernel with the interface requests.
 #include "test_helpers.h"
+#include "veth_pair.h"
 
 #include <libkv/hw.h>
 
@@ -17,6 +18,7 @@
 #include <vector>
 
 using kv::test::exit_status_of;
+using kv::test::run_ip;
 
 namespace
 {
@@ -26,21 +28,6 @@ using Mac = std::array<uint8_t, 6>;
 // 15 characters each: the longest names the kernel takes.
 const std::string left = "kv-board-sig-a1";
 const std::string right = "kv-board-sig-b1";
-
-// Exit status of the ip tool with `args`, run without a shell.
-int run_ip(std::vector<std::string> args)
-{
-    return exit_status_of([&] {
-        std::vector<char*> argv{const_cast<char*>(KV_IP_TOOL)};
-        for (std::string& arg : args)
-        {
-            argv.push_back(arg.data());
-        }
-        argv.push_back(nullptr);
-        ::execv(KV_IP_TOOL, argv.data());
-        return 127;
-    });
-}
 
 // The interface request `what` for `name`, made on a socket of the test's.
 ifreq ask_kernel(unsigned long what, const std::string& name)
@@ -82,28 +69,19 @@ class VethPair : public testing::Test
   protected:
     void SetUp() override
     {
-        const int status = run_ip(
-            {"link", "add", left, "type", "veth", "peer", "name", right});
-        if (status != 0)
+        if (pair_.status() != 0)
         {
             GTEST_SKIP() << "no veth pair: '" KV_IP_TOOL " link add ... type "
                             "veth' exited with "
-                         << status << " in the test's network namespace";
+                         << pair_.status()
+                         << " in the test's network namespace";
         }
-        created_ = true;
         // A flag that up and down must leave alone.
         ASSERT_EQ(0, run_ip({"link", "set", left, "promisc", "on"}));
     }
-    void TearDown() override
-    {
-        if (created_)
-        {
-            EXPECT_EQ(0, run_ip({"link", "del", left}));
-        }
-    }
 
   private:
-    bool created_ = false;
+    kv::test::VethPair pair_{left, right};
 };
 
 TEST_F(VethPair, UpAndDownChangeOnlyIffUp)

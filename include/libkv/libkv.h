@@ -12,4 +12,9 @@
 #include <libkv/ipc.h>
 #include <libkv/platform.h>
 
+/* The access-control family is C++ only. */
+#ifdef __cplusplus
+#include <libkv/access.h>
+#endif
+
 #endif

@@ -8,6 +8,7 @@
 
 #include <arpa/inet.h>
 #include <ifaddrs.h>
+#include <net/if.h>
 #include <net/if_arp.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
@@ -17,6 +18,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 namespace
 {
@@ -66,6 +68,40 @@ void write_mac(char* out, const sockaddr& hardware)
     const auto* b = reinterpret_cast<const unsigned char*>(hardware.sa_data);
     std::snprintf(out, kMacTextSize, "%02x:%02x:%02x:%02x:%02x:%02x", b[0],
                   b[1], b[2], b[3], b[4], b[5]);
+}
+
+// Names of the interfaces with an IPv4 address, loopback left out, in name
+// order: what getAllNetdevice answers, asked on a socket the caller holds
+// anyway (one request, where getifaddrs makes two netlink dumps; a login
+// waits on this). Empty when the kernel does not answer.
+std::set<std::string> ipv4_interfaces(int sock)
+{
+    std::set<std::string> names;
+    ifconf list{};
+    if (::ioctl(sock, SIOCGIFCONF, &list) != 0 || list.ifc_len <= 0)
+    {
+        return names;
+    }
+    // Room for one more, for an address added between the two requests.
+    std::vector<ifreq> entries(
+        static_cast<size_t>(list.ifc_len) / sizeof(ifreq) + 1);
+    list.ifc_len = static_cast<int>(entries.size() * sizeof(ifreq));
+    list.ifc_req = entries.data();
+    if (::ioctl(sock, SIOCGIFCONF, &list) != 0)
+    {
+        return names;
+    }
+    const size_t count = static_cast<size_t>(list.ifc_len) / sizeof(ifreq);
+    for (size_t i = 0; i < count; ++i)
+    {
+        const std::string name(entries[i].ifr_name,
+                               strnlen(entries[i].ifr_name, IFNAMSIZ));
+        if (name != "lo")
+        {
+            names.insert(name);
+        }
+    }
+    return names;
 }
 
 struct FreeAddresses
@@ -118,7 +154,7 @@ try
     }
     sockaddr address{};
     std::memcpy(&address, &peer, sizeof peer);
-    for (const std::string& name : getAllNetdevice())
+    for (const std::string& name : ipv4_interfaces(sock.get()))
     {
         arpreq request = arp_request(address, name);
         if (::ioctl(sock.get(), SIOCGARP, &request) == 0 &&

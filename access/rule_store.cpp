@@ -134,7 +134,8 @@ try
         veldmarke_log("Set user rule failed. id: %c, ipv4: %s, ipv6: %s, "
                       "mac: %s, validTime: %s, openflag: %c, reason: %s",
                       id, ipv4.c_str(), ipv6.c_str(), mac.c_str(),
-                      validTime.c_str(), openflag, error_text(code));
+                      validTime.c_str(), static_cast<int>(openflag),
+                      error_text(code));
         return static_cast<int>(code);
     };
     if (!ipv4.empty() && !valid_ipv4_network(ipv4))

@@ -61,6 +61,15 @@ TEST_F(VethNeighbour, MacComesFromTheNeighbourEntryOfTheMappedAddress)
     EXPECT_EQ(0, getMacByIp("::ffff:10.77.0.9", mac, "eth1"));
     EXPECT_STREQ(kNeighbourMac, mac);
 
+    // Every interface with an IPv4 address is asked.
+    ASSERT_EQ(0, run_ip({"addr", "add", "10.78.0.1/24", "dev", right}));
+    ASSERT_EQ(0, run_ip({"link", "set", right, "up"}));
+    ASSERT_EQ(0,
+              run_ip({"neigh", "add", "10.78.0.9", "lladdr",
+                      "02:78:00:00:00:09", "dev", right, "nud", "permanent"}));
+    EXPECT_EQ(0, getMacByIp("::ffff:10.78.0.9", mac, "eth1"));
+    EXPECT_STREQ("02:78:00:00:00:09", mac);
+
     char other[18] = "kept";
     EXPECT_EQ(0, getMacByIp("::ffff:10.77.0.10", other, "eth1"));
     EXPECT_STREQ("kept", other) << "no entry, nothing written";

@@ -225,15 +225,4 @@ TEST(Login, StorageErrorsAreLoggedWithTheirOwnText)
                                        "INTERNAL ERROR\n"));
 }
 
-TEST(ResultTexts, TablesHoldTheTextsByResultOffset)
-{
-    EXPECT_STREQ("INTERFACE_SNMP", userInterfaceStr[INTERFACE_SNMP]);
-    EXPECT_EQ(nullptr, userInterfaceStr[6]);
-    EXPECT_EQ(nullptr, userInterfaceStr[11]);
-    EXPECT_STREQ("FILE NOT EXIST", ErrorCodeStr[4103 - 4096]);
-    EXPECT_STREQ("LDAP PARAMETER ERROR", ErrorCodeStr[9]);
-    EXPECT_STREQ("USER TIME NOT MATCH", FailReasonStr[259 - 256]);
-    EXPECT_STREQ("USER RULEID NOT EXIST", FailReasonStr[5]);
-}
-
 } // namespace

@@ -38,13 +38,6 @@ TEST(TextChecks, MacAddressesAreThreeOrSixHexPairs)
     }
 }
 
-TEST(TextChecks, IpTypeIsOneOnlyWithoutADot)
-{
-    EXPECT_EQ(1, getIpType("fe80::1"));
-    EXPECT_EQ(0, getIpType("::ffff:10.1.2.3"));
-    EXPECT_EQ(0, getIpType("10.1.2.3"));
-}
-
 TEST(DateTexts, DateTimeDateAndTimeFormsFillOnlyTheirFields)
 {
     tm out{};

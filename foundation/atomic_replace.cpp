@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <optional>
 #include <utility>
 
 namespace kv::detail
@@ -15,27 +16,29 @@ namespace kv::detail
 namespace
 {
 
-// Permissions for the new file: those of the file it replaces, or what a
-// plain fopen would give a new one.
-mode_t mode_for(const char* path)
+// Permissions of the file being replaced; none for a new file, which gets
+// what a plain fopen would give it (0666 less the umask).
+std::optional<mode_t> mode_of(const char* path)
 {
     struct stat info = {};
     if (::stat(path, &info) == 0 && S_ISREG(info.st_mode))
     {
         return info.st_mode & 07777;
     }
-    return 0666;
+    return std::nullopt;
 }
 
-UniqueFile create_scratch(const char* name, ScratchName kind, mode_t mode)
+UniqueFile create_scratch(const char* name, ScratchName kind,
+                          std::optional<mode_t> mode)
 {
     if (kind == ScratchName::fixed && ::unlink(name) != 0 && errno != ENOENT)
     {
         return nullptr;
     }
-    UniqueFd fd(::open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    UniqueFd fd(::open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
+                       mode.value_or(0666)));
     // The umask must not narrow a mode copied from the old file.
-    if (!fd || ::fchmod(fd.get(), mode) != 0)
+    if (!fd || (mode && ::fchmod(fd.get(), *mode) != 0))
     {
         return nullptr;
     }
@@ -74,11 +77,11 @@ ReplaceFailure discard(const char* scratch, ReplaceFailure failure)
 
 } // namespace
 
-ReplaceFailure replace_file(const char* path, const char* scratch,
-                            ScratchName kind,
-                            const std::function<bool(std::FILE*)>& write)
+ReplaceFailure write_scratch(const char* path, const char* scratch,
+                             ScratchName kind,
+                             const std::function<bool(std::FILE*)>& write)
 {
-    UniqueFile file = create_scratch(scratch, kind, mode_for(path));
+    UniqueFile file = create_scratch(scratch, kind, mode_of(path));
     if (!file)
     {
         return ReplaceFailure::scratch;
@@ -86,6 +89,18 @@ ReplaceFailure replace_file(const char* path, const char* scratch,
     if (!finish(std::move(file), write))
     {
         return discard(scratch, ReplaceFailure::write);
+    }
+    return ReplaceFailure::none;
+}
+
+ReplaceFailure replace_file(const char* path, const char* scratch,
+                            ScratchName kind,
+                            const std::function<bool(std::FILE*)>& write)
+{
+    const ReplaceFailure written = write_scratch(path, scratch, kind, write);
+    if (written != ReplaceFailure::none)
+    {
+        return written;
     }
     if (::rename(scratch, path) != 0)
     {

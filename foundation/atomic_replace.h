@@ -30,6 +30,13 @@ enum class ReplaceFailure
     rename,  // the rename over the target
 };
 
+// The first half of replace_file: `scratch` whole and on the disk, left for
+// the caller to rename over `path` later (or to remove). On failure the
+// scratch file is gone.
+ReplaceFailure write_scratch(const char* path, const char* scratch,
+                             ScratchName kind,
+                             const std::function<bool(std::FILE*)>& write);
+
 // Creates `scratch` exclusively (in the target's directory: callers name it
 // beside `path`) with the permissions of the file it replaces, lets `write`
 // fill it, checks every write and the close, flushes the data to the disk

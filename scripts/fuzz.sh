@@ -7,7 +7,7 @@ set -eu
 cd "$(dirname "$0")/.."
 root=$PWD
 seconds=${1:-60}
-targets="fru_image fru_ini sel_parse nail_rc snmpd_conf"
+targets="fru_image fru_ini sel_parse nail_rc snmpd_conf access_files access_text"
 command -v clang++ >/dev/null || {
     echo "fuzz.sh needs clang (Debian package clang)" >&2
     exit 1

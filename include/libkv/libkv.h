@@ -13,4 +13,9 @@
 #include <libkv/platform.h>
 #include <libkv/services.h>
 
+/* The access-control family is C++ only. */
+#ifdef __cplusplus
+#include <libkv/access.h>
+#endif
+
 #endif

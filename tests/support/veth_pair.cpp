@@ -3,7 +3,10 @@
 
 #include "test_helpers.h"
 
+#include <net/if.h>
 #include <unistd.h>
+
+#include <utility>
 
 namespace kv::test
 {
@@ -22,24 +25,29 @@ int run_ip(std::vector<std::string> args)
     });
 }
 
+VethPair::VethPair(std::string left, std::string right) :
+    left_(std::move(left)), right_(std::move(right)),
+    status_(
+        run_ip({"link", "add", left_, "type", "veth", "peer", "name", right_}))
+{}
+
+VethPair::~VethPair()
+{
+    // A peer moved into a namespace that has ended took its twin along.
+    if (status_ == 0 && ::if_nametoindex(left_.c_str()) != 0)
+    {
+        EXPECT_EQ(0, run_ip({"link", "del", left_}));
+    }
+}
+
 void VethPairTest::SetUp()
 {
-    const int status =
-        run_ip({"link", "add", left_, "type", "veth", "peer", "name", right_});
-    if (status != 0)
+    pair_.emplace(left_, right_);
+    if (pair_->status() != 0)
     {
         GTEST_SKIP() << "no veth pair: '" KV_IP_TOOL " link add ... type "
                         "veth' exited with "
-                     << status << " in the test's network namespace";
-    }
-    created_ = true;
-}
-
-void VethPairTest::TearDown()
-{
-    if (created_)
-    {
-        EXPECT_EQ(0, run_ip({"link", "del", left_}));
+                     << pair_->status() << " in the test's network namespace";
     }
 }
 

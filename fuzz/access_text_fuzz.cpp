@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+// Endpoint texts come from remote peers and rule texts from management
+// requests: every check must answer for any text without a stray read or
+// write. The target runs in the private view of the test sandbox.
+#include "sandbox.h"
+
+#include <libkv/access.h>
+
+#include <arpa/inet.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <ctime>
+#include <string>
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    kv::sandbox::enter();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    if (size < 1)
+    {
+        return 0;
+    }
+    const uint8_t prefix = data[0];
+    const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
+    // A second text after the first '|', for the checks that compare two.
+    const auto bar = text.find('|');
+    const std::string first = text.substr(0, bar);
+    const std::string second =
+        bar == std::string::npos ? std::string() : text.substr(bar + 1);
+
+    for (int iface = INTERFACE_WEB; iface <= INTERFACE_SNMP + 1; ++iface)
+    {
+        char ip[INET6_ADDRSTRLEN];
+        std::memset(ip, 0x55, sizeof ip);
+        if (getIpByEndpoint(text, ip, static_cast<userInterface>(iface)) == 0 &&
+            std::memchr(ip, '\0', sizeof ip) == nullptr)
+        {
+            __builtin_trap();
+        }
+    }
+    char mac[18] = "";
+    getMacByIp(text, mac, "eth1");
+    ipCheckRule(first, second, prefix);
+    macCheckRule(first, second);
+    getIpType(text);
+    ipv4VerifyIp(text);
+    macVerify(text);
+    tm date{};
+    convertString2Date(text, date);
+    timeCheckRule(text);
+
+    std::string ipv4 = first;
+    std::string rule_mac = second;
+    setUserRule(prefix % 4, ipv4, rule_mac, text, prefix & 1, second);
+    setUserPrivilege(first, second, text);
+    updateFile("/etc/user/rules", 0);
+    updateFile("/etc/user/privilege", 0);
+    ::unlink("/tmp/log");
+    return 0;
+}

@@ -3,6 +3,7 @@
 // read, check a login and be rewritten without a stray read or write. The
 // target runs in the private view of the test sandbox, so /etc/user and
 // /tmp/log are its own.
+#include "fuzz_input.h"
 #include "sandbox.h"
 
 #include <libkv/access.h>
@@ -12,23 +13,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <vector>
-
-namespace
-{
-
-void write_file(const char* path, const uint8_t* data, size_t size)
-{
-    std::FILE* file = std::fopen(path, "wb");
-    if (file != nullptr)
-    {
-        std::fwrite(data, 1, size, file);
-        std::fclose(file);
-    }
-}
-
-} // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
@@ -40,8 +25,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     // The same text as both files: a line may be either kind.
-    write_file("/etc/user/rules", data, size);
-    write_file("/etc/user/privilege", data, size);
+    write_input("/etc/user/rules", data, size);
+    write_input("/etc/user/privilege", data, size);
     std::vector<userRule> rules;
     std::vector<userPrivilege> users;
     getUserRule(rules);

@@ -3,6 +3,7 @@
 // every text field terminated within its bounds, and the record must write
 // back and read again. The files go to the sandbox's /var, a tmpfs, where
 // the writer's flushes to disk cost nothing.
+#include "fuzz_input.h"
 #include "sandbox.h"
 
 #include <libkv/services.h>
@@ -50,13 +51,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    std::FILE* rc = std::fopen("/var/lib/ipmi/nail.rc", "wb");
-    if (rc == nullptr)
+    if (!write_input("/var/lib/ipmi/nail.rc", data, size))
     {
         return 0;
     }
-    std::fwrite(data, 1, size, rc);
-    std::fclose(rc);
 
     MailConfig config{};
     if (read_email_config(nullptr, &config) != 0)

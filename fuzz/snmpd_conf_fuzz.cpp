@@ -3,6 +3,7 @@
 // text must read without a stray read or write, and every setter must copy
 // it. The paths are fixed, so the target runs in the test sandbox, on a
 // private /etc and /var.
+#include "fuzz_input.h"
 #include "sandbox.h"
 
 #include <libkv/services.h>
@@ -11,22 +12,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-
-namespace
-{
-
-void put(const char* path, const uint8_t* data, size_t size)
-{
-    std::FILE* file = std::fopen(path, "wb");
-    if (file != nullptr)
-    {
-        std::fwrite(data, 1, size, file);
-        std::fclose(file);
-    }
-}
-
-} // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
@@ -37,10 +22,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
     return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+extern "C" int LLVMFuzzerTestOneInwrite_input(const uint8_t* data, size_t size)
 {
-    put("/etc/snmp/snmpd.conf", data, size);
-    put("/var/lib/net-snmp/snmpd.conf", data, size);
+    write_input("/etc/snmp/snmpd.conf", data, size);
+    write_input("/var/lib/net-snmp/snmpd.conf", data, size);
 
     uint16_t port = 0;
     snmp_service_port_get(&port);

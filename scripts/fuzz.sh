@@ -1,13 +1,16 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
 # Runs every fuzz target for a while (default 60 s each) on a clang build
-# with the address and undefined-behaviour sanitizers. Usage:
+# with the address and undefined-behaviour sanitizers, starting from the
+# seeds in fuzz/corpus/<target>. Usage:
 #   sh scripts/fuzz.sh [SECONDS]
+# What a run finds and the inputs it adds stay in build-fuzz/run-<target>.
 set -eu
 cd "$(dirname "$0")/.."
 root=$PWD
 seconds=${1:-60}
-targets="fru_image fru_ini sel_parse nail_rc snmpd_conf access_files access_text"
+targets="fru_image fru_ini sel_parse nail_rc snmpd_conf access_files
+access_text kvfile bonding kernel_log"
 command -v clang++ >/dev/null || {
     echo "fuzz.sh needs clang (Debian package clang)" >&2
     exit 1
@@ -19,13 +22,16 @@ for name in $targets; do
     meson compile -C build-fuzz "fuzz/fuzz_$name" >/dev/null
 done
 for name in $targets; do
-    work=$(mktemp -d)
+    # Inside the build tree, which the sandboxed targets still see.
+    run="$root/build-fuzz/run-$name"
+    rm -rf "$run"
+    mkdir -p "$run/corpus"
     echo "== fuzz_$name, ${seconds} s"
-    (cd "$work" && "$root/build-fuzz/fuzz/fuzz_$name" -max_total_time="$seconds" \
-        -max_len=4096 >/dev/null 2>"$work/log") || {
-        tail -40 "$work/log"
+    (cd "$run" && "$root/build-fuzz/fuzz/fuzz_$name" \
+        -max_total_time="$seconds" -max_len=4096 \
+        "$run/corpus" "$root/fuzz/corpus/$name" >/dev/null 2>"$run/log") || {
+        tail -40 "$run/log"
         exit 1
     }
-    tail -1 "$work/log"
-    rm -rf "$work"
+    tail -1 "$run/log"
 done

@@ -26,6 +26,8 @@ iproute2
 snmpd
 snmp
 s-nail
+clang
+libclang-rt-14-dev
 "
 
 missing=""

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+// The bonding driver's status file, read for the bonding mode and the active
+// slave: any text must give a known mode and a terminated name that fits.
+// The file lies in the sandbox's private /proc/self/net.
+#include "fuzz_input.h"
+#include "sandbox.h"
+
+#include <libkv/services.h>
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    kv::sandbox::enter();
+    ::mkdir("/proc/self/net/bonding", 0755);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    if (!write_input("/proc/self/net/bonding/bond0", data, size))
+    {
+        return 0;
+    }
+    const int mode = net_mode_get();
+    if (mode < 0 || mode > 8)
+    {
+        __builtin_trap();
+    }
+    char name[16];
+    std::memset(name, 'x', sizeof name);
+    net_bond_active_slave(name, sizeof name);
+    if (strnlen(name, sizeof name) == sizeof name)
+    {
+        __builtin_trap();
+    }
+    return 0;
+}

@@ -1,0 +1,320 @@
+// SPDX-License-Identifier: Apache-2.0
+// A writer killed at any point of a rewrite leaves the target whole: the
+// old content or the new, never a mix or a cut, and at most the one scratch
+// file it was writing. Every kind of file the library rewrites by a scratch
+// file and a rename is put through the same kills.
+#include "test_helpers.h"
+
+#include <libkv/access.h>
+#include <libkv/foundation.h>
+#include <libkv/services.h>
+
+#include <cjson/cJSON.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <ostream>
+#include <random>
+#include <string>
+#include <thread>
+
+namespace
+{
+
+using kv::test::make_dirs;
+using kv::test::names_in;
+using kv::test::read_text;
+using kv::test::write_text;
+
+constexpr int kRewrites = 100;
+
+// "R<round>Z": a value no filler holds.
+std::string tagged(int round)
+{
+    return "R" + std::to_string(round) + "Z";
+}
+
+int tagged_round(const std::string& text)
+{
+    const size_t at = text.find('R');
+    if (at == std::string::npos)
+    {
+        return -1;
+    }
+    char* end = nullptr;
+    const long round = std::strtol(text.c_str() + at + 1, &end, 10);
+    return *end == 'Z' ? static_cast<int>(round) : -1;
+}
+
+// Lines that make a rewrite take a while, so that kills land inside it.
+std::string filler(const std::string& prefix, const std::string& suffix)
+{
+    std::string text;
+    for (int line = 0; line < 400; ++line)
+    {
+        text += prefix + std::to_string(line) + suffix + "\n";
+    }
+    return text;
+}
+
+struct RewriteKind
+{
+    const char* name;
+    std::string target;
+    std::string scratch_prefix;    // names of its scratch files begin so
+    std::function<void()> prepare; // the file's surroundings, before round 0
+    std::function<bool(int round)> rewrite;
+    std::function<std::string(int round)> marker;
+    std::function<int(const std::string& text)> round_in;
+};
+
+RewriteKind key_value_file()
+{
+    const std::string path = "/tmp/crash/settings.conf";
+    return {"key_value",
+            path,
+            "settings.conf_",
+            [path] {
+                make_dirs("/tmp/crash");
+                write_text(path, filler("a", "=" + std::string(120, 'a')) +
+                                     "key=x\n" +
+                                     filler("z", "=" + std::string(120, 'z')));
+            },
+            [path](int round) {
+                return write_conf_value(path.c_str(), "key",
+                                        tagged(round).c_str()) == 0;
+            },
+            tagged,
+            tagged_round};
+}
+
+RewriteKind json_file()
+{
+    const std::string path = "/tmp/crash/settings.json";
+    return {"json",
+            path,
+            "settings.json-",
+            [] { make_dirs("/tmp/crash"); },
+            [path](int round) {
+                cJSON* root = cJSON_CreateObject();
+                cJSON_AddStringToObject(root, "head",
+                                        std::string(30000, 'a').c_str());
+                cJSON_AddStringToObject(root, "value", tagged(round).c_str());
+                cJSON_AddStringToObject(root, "tail",
+                                        std::string(30000, 'z').c_str());
+                const bool ok = cjson_file_write(root, path.c_str()) == 0;
+                cJSON_Delete(root);
+                return ok;
+            },
+            tagged,
+            tagged_round};
+}
+
+RewriteKind snmp_agent_file()
+{
+    const std::string path = "/etc/snmp/snmpd.conf";
+    return {"snmpd_conf",
+            path,
+            "snmpd.conf_",
+            [path] {
+                make_dirs("/etc/snmp");
+                write_text(path, filler("# head ", std::string(100, '.')) +
+                                     "com2sec  mynetwork   default   public\n" +
+                                     filler("# tail ", std::string(100, '.')));
+            },
+            [](int round) {
+                return snmp_community_set(tagged(round).c_str()) == 0;
+            },
+            tagged,
+            tagged_round};
+}
+
+// Rule 1's network names the round: 10.<round / 256>.<round % 256>.0/24.
+std::string rule_network(int round)
+{
+    return "10." + std::to_string(round / 256 % 256) + "." +
+           std::to_string(round % 256) + ".0/24";
+}
+
+RewriteKind access_rules_file()
+{
+    return {"access_rules",
+            "/etc/user/rules",
+            "rules_temp",
+            [] {
+                make_dirs("/etc/user");
+                write_text("/etc/user/rules", "0,192.168.0.0/16,,,1,\n"
+                                              "2,172.16.0.0/12,,,0,\n");
+            },
+            [](int round) {
+                std::string ipv4 = rule_network(round);
+                std::string mac;
+                return setUserRule(1, ipv4, mac, "", true, "") == 0 &&
+                       updateFile("/etc/user/rules", 1) == 0;
+            },
+            rule_network,
+            [](const std::string& text) {
+                const size_t at = text.find(",10.");
+                if (at == std::string::npos)
+                {
+                    return -1;
+                }
+                unsigned high = 0;
+                unsigned low = 0;
+                if (std::sscanf(text.c_str() + at, ",10.%u.%u.0/24", &high,
+                                &low) != 2)
+                {
+                    return -1;
+                }
+                return static_cast<int>(high * 256 + low);
+            }};
+}
+
+void PrintTo(const RewriteKind& kind, std::ostream* out)
+{
+    *out << kind.name;
+}
+
+class KilledRewrite : public testing::TestWithParam<RewriteKind>
+{
+  protected:
+    // Rewrites the target `rewrites` times, round 1 on. With `ready`, the
+    // writer says on it when it starts its first rewrite.
+    pid_t start_writer(int rewrites, int ready = -1)
+    {
+        const pid_t pid = ::fork();
+        if (pid == 0)
+        {
+            if (ready >= 0 && ::write(ready, "r", 1) != 1)
+            {
+                ::_exit(2);
+            }
+            for (int round = 1; round <= rewrites; ++round)
+            {
+                if (!GetParam().rewrite(round))
+                {
+                    ::_exit(1);
+                }
+            }
+            ::_exit(0);
+        }
+        return pid;
+    }
+
+    // The file as round `round` leaves it, from the file of a known round.
+    std::string content_of(int round) const
+    {
+        std::string text = template_;
+        text.replace(text.find(kPlaceholder), kPlaceholder.size(),
+                     GetParam().marker(round));
+        return text;
+    }
+
+    void learn_template(int round)
+    {
+        template_ = read_text(GetParam().target).value_or("");
+        const std::string marker = GetParam().marker(round);
+        const size_t at = template_.find(marker);
+        ASSERT_NE(at, std::string::npos) << template_;
+        template_.replace(at, marker.size(), kPlaceholder);
+    }
+
+    // Which round the file holds whole, or -1.
+    int round_held() const
+    {
+        const std::string text = read_text(GetParam().target).value_or("");
+        const int round = GetParam().round_in(text);
+        return round >= 0 && text == content_of(round) ? round : -1;
+    }
+
+    // Names of the scratch files beside the target, which are removed.
+    std::string remove_strays() const
+    {
+        const std::filesystem::path target(GetParam().target);
+        std::string strays;
+        for (const std::string& name : names_in(target.parent_path()))
+        {
+            if (name.starts_with(GetParam().scratch_prefix))
+            {
+                std::filesystem::remove(target.parent_path() / name);
+                strays += strays.empty() ? name : " " + name;
+            }
+        }
+        return strays;
+    }
+
+  private:
+    inline static const std::string kPlaceholder = "@ROUND@";
+    std::string template_;
+};
+
+TEST_P(KilledRewrite, TargetStaysWhole)
+{
+    GetParam().prepare();
+    ASSERT_TRUE(GetParam().rewrite(0));
+    learn_template(0);
+    ASSERT_EQ(round_held(), 0);
+
+    // An undisturbed run times one rewrite.
+    const auto started = std::chrono::steady_clock::now();
+    int status = 0;
+    const pid_t first = start_writer(kRewrites);
+    ASSERT_EQ(first, ::waitpid(first, &status, 0));
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    const long rewrite = std::chrono::duration_cast<std::chrono::microseconds>(
+                             std::chrono::steady_clock::now() - started)
+                             .count() /
+                         kRewrites;
+    ASSERT_EQ(round_held(), kRewrites);
+
+    // Writers that would go on for long are killed within their first ten
+    // rewrites, counted from when they start writing, so every kill lands
+    // inside the writing whatever the load.
+    std::random_device seed_source;
+    const unsigned seed = seed_source();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    std::uniform_int_distribution<long> delay(0, 10 * rewrite);
+    int progressed = 0;
+    for (int kill_round = 0; kill_round < 20; ++kill_round)
+    {
+        ASSERT_TRUE(GetParam().rewrite(0));
+        int ready[2];
+        ASSERT_EQ(::pipe(ready), 0);
+        const pid_t writer = start_writer(100 * kRewrites, ready[1]);
+        ASSERT_GT(writer, 0);
+        char started_writing = 0;
+        EXPECT_EQ(::read(ready[0], &started_writing, 1), 1);
+        ::close(ready[0]);
+        ::close(ready[1]);
+        std::this_thread::sleep_for(std::chrono::microseconds(delay(random)));
+        ::kill(writer, SIGKILL);
+        ASSERT_EQ(writer, ::waitpid(writer, &status, 0));
+        EXPECT_TRUE(WIFSIGNALED(status)) << "the writer ended by itself";
+
+        const int held = round_held();
+        EXPECT_NE(held, -1) << "kill round " << kill_round;
+        progressed += held > 0 ? 1 : 0;
+        const std::string strays = remove_strays();
+        EXPECT_EQ(strays.find(' '), std::string::npos)
+            << "kill round " << kill_round << ": " << strays;
+    }
+    // Kills before the first rename would prove little.
+    EXPECT_GE(progressed, 5);
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryRewrite, KilledRewrite,
+                         testing::Values(key_value_file(), json_file(),
+                                         snmp_agent_file(),
+                                         access_rules_file()),
+                         [](const testing::TestParamInfo<RewriteKind>& info) {
+                             return std::string(info.param.name);
+                         });
+
+} // namespace

@@ -22,7 +22,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
     return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInwrite_input(const uint8_t* data, size_t size)
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     write_input("/etc/snmp/snmpd.conf", data, size);
     write_input("/var/lib/net-snmp/snmpd.conf", data, size);

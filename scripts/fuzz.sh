@@ -19,7 +19,10 @@ command -v clang++ >/dev/null || {
     CC=clang CXX=clang++ meson setup build-fuzz -Dfuzz=true \
         -Db_sanitize=address,undefined >/dev/null
 for name in $targets; do
-    meson compile -C build-fuzz "fuzz/fuzz_$name" >/dev/null
+    out=$(meson compile -C build-fuzz "fuzz/fuzz_$name" 2>&1) || {
+        echo "$out" | tail -30
+        exit 1
+    }
 done
 for name in $targets; do
     # Inside the build tree, which the sandboxed targets still see.

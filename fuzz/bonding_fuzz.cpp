@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The bonding driver's status file, read for the bonding mode and the active
-// slave: any text must give a known mode and a terminated name that fits.
+// slave: any text must give a known mode, and a slave name, when there is
+// one, terminated within its buffer.
 // The file lies in the sandbox's private /proc/self/net.
 #include "fuzz_input.h"
 #include "sandbox.h"
@@ -33,8 +34,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
     char name[16];
     std::memset(name, 'x', sizeof name);
-    net_bond_active_slave(name, sizeof name);
-    if (strnlen(name, sizeof name) == sizeof name)
+    if (net_bond_active_slave(name, sizeof name) == 0 &&
+        strnlen(name, sizeof name) == sizeof name)
     {
         __builtin_trap();
     }

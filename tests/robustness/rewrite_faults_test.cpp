@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // A writer killed at any point of a rewrite leaves the target whole: the
 // old content or the new, never a mix or a cut, and at most the one scratch
-// file it was writing. Every kind of file the library rewrites by a scratch
-// file and a rename is put through the same kills.
+// file it was writing; a rewrite on a full disk fails and leaves the old
+// file. Every kind of file the library rewrites by a scratch file and a
+// rename is put through the same faults.
 #include "test_helpers.h"
 
 #include <libkv/access.h>
@@ -10,8 +11,10 @@
 #include <libkv/services.h>
 
 #include <cjson/cJSON.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -181,7 +184,7 @@ void PrintTo(const RewriteKind& kind, std::ostream* out)
     *out << kind.name;
 }
 
-class KilledRewrite : public testing::TestWithParam<RewriteKind>
+class Rewrite : public testing::TestWithParam<RewriteKind>
 {
   protected:
     // Rewrites the target `rewrites` times, round 1 on. With `ready`, the
@@ -254,7 +257,7 @@ class KilledRewrite : public testing::TestWithParam<RewriteKind>
     std::string template_;
 };
 
-TEST_P(KilledRewrite, TargetStaysWhole)
+TEST_P(Rewrite, KilledWriterLeavesTheTargetWhole)
 {
     GetParam().prepare();
     ASSERT_TRUE(GetParam().rewrite(0));
@@ -309,7 +312,33 @@ TEST_P(KilledRewrite, TargetStaysWhole)
     EXPECT_GE(progressed, 5);
 }
 
-INSTANTIATE_TEST_SUITE_P(EveryRewrite, KilledRewrite,
+TEST_P(Rewrite, FullDiskFailsAndKeepsTheOldFile)
+{
+    GetParam().prepare();
+    ASSERT_TRUE(GetParam().rewrite(0));
+    const std::string before = read_text(GetParam().target).value_or("");
+    const std::string dir =
+        std::filesystem::path(GetParam().target).parent_path();
+
+    // A file system with room for the file and little more, then filled.
+    const std::string size = "size=" + std::to_string(before.size() + 8192);
+    ASSERT_EQ(::mount("tmpfs", dir.c_str(), "tmpfs", 0, size.c_str()), 0);
+    write_text(GetParam().target, before);
+    const int filler =
+        ::open((dir + "/filler").c_str(), O_WRONLY | O_CREAT, 0600);
+    ASSERT_GE(filler, 0);
+    const std::string block(4096, 'f');
+    while (::write(filler, block.data(), block.size()) > 0)
+    {}
+    ::close(filler);
+
+    EXPECT_FALSE(GetParam().rewrite(1));
+    EXPECT_EQ(read_text(GetParam().target), before);
+    EXPECT_EQ(remove_strays(), "");
+    ::umount2(dir.c_str(), MNT_DETACH);
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryKind, Rewrite,
                          testing::Values(key_value_file(), json_file(),
                                          snmp_agent_file(),
                                          access_rules_file()),

@@ -28,6 +28,7 @@ snmp
 s-nail
 clang
 libclang-rt-14-dev
+gcovr
 "
 
 missing=""

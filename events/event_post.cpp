@@ -71,11 +71,7 @@ CURLcode post(const std::string& url, const std::string& token,
     {
         return global;
     }
-    const Easy easy(curl_easy_init());
-    if (!easy)
-    {
-        return CURLE_FAILED_INIT;
-    }
+    // The header list outlives the handle that points at it.
     HeaderList headers(
         curl_slist_append(nullptr, "Content-Type:application/json"));
     curl_slist* const all =
@@ -83,6 +79,11 @@ CURLcode post(const std::string& url, const std::string& token,
     if (all == nullptr)
     {
         return CURLE_OUT_OF_MEMORY;
+    }
+    const Easy easy(curl_easy_init());
+    if (!easy)
+    {
+        return CURLE_FAILED_INIT;
     }
     CURL* const c = easy.get();
     curl_easy_setopt(c, CURLOPT_URL, url.c_str());

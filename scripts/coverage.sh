@@ -9,17 +9,18 @@ sh scripts/setup.sh
     meson setup build-coverage -Db_coverage=true >/dev/null
 meson compile -C build-coverage >/dev/null
 find build-coverage -name '*.gcda' -delete
-meson test -C build-coverage --num-processes 2 >/dev/null || {
+# The export list is left out: the counters add symbols of their own.
+meson test -C build-coverage --num-processes 2 --no-suite abi >/dev/null || {
     echo "coverage: the suite failed; see build-coverage/meson-logs" >&2
     exit 1
 }
-printf '%-12s %22s %22s\n' folder lines branches
+printf '%-12s %26s %26s\n' folder lines branches
 for dir in foundation hw ipc fru platform events services access; do
     gcovr --root . --object-directory build-coverage --filter "$dir/" \
         --exclude-unreachable-branches --exclude-throw-branches \
         --print-summary --output /dev/null |
         awk -v dir="$dir" '
-            /^lines:/ { lines = $2 " " $3 $4 $5 $6 $7 }
-            /^branches:/ { branches = $2 " " $3 $4 $5 $6 $7 }
-            END { printf "%-12s %22s %22s\n", dir, lines, branches }'
+            /^lines:/ { sub(/^lines: */, ""); lines = $0 }
+            /^branches:/ { sub(/^branches: */, ""); branches = $0 }
+            END { printf "%-12s %26s %26s\n", dir, lines, branches }'
 done

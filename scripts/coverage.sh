@@ -14,11 +14,14 @@ meson test -C build-coverage --num-processes 2 --no-suite abi >/dev/null || {
     echo "coverage: the suite failed; see build-coverage/meson-logs" >&2
     exit 1
 }
+# gcovr replaces its output file, so it gets a scratch file of its own.
+report=$(mktemp)
+trap 'rm -f "$report"' EXIT
 printf '%-12s %26s %26s\n' folder lines branches
 for dir in foundation hw ipc fru platform events services access; do
     gcovr --root . --object-directory build-coverage --filter "$dir/" \
         --exclude-unreachable-branches --exclude-throw-branches \
-        --print-summary --output /dev/null |
+        --print-summary --output "$report" |
         awk -v dir="$dir" '
             /^lines:/ { sub(/^lines: */, ""); lines = $0 }
             /^branches:/ { sub(/^branches: */, ""); branches = $0 }

@@ -3,8 +3,11 @@
 // readers see the old file or the new one and never a part of either.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdio>
 #include <functional>
+#include <string_view>
 
 namespace kv::detail
 {
@@ -39,5 +42,12 @@ enum class ReplaceFailure
 ReplaceFailure replace_file(const char* path, const char* scratch,
                             ScratchName kind,
                             const std::function<bool(std::FILE*)>& write);
+
+// The same for a content the caller already holds, written with one write
+// and no stream. `mode` is the mode of the file it replaces (0666 for a new
+// one), which a caller that has just read that file knows.
+ReplaceFailure replace_file(const char* path, const char* scratch,
+                            ScratchName kind, std::string_view content,
+                            mode_t mode);
 
 } // namespace kv::detail

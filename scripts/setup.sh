@@ -23,6 +23,7 @@ libfreeipmi-dev
 libbenchmark-dev
 tzdata
 iproute2
+strace
 "
 
 missing=""

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The system calls of the calls daemons make most often, counted with
-// strace: a change that adds one to log_call, read_conf_value or
-// write_conf_value shows here. Memory management calls are left out of the
-// count, as the allocator and the sanitizers make them at will.
+// strace: a change that adds one to log_call, read_conf_value,
+// write_conf_value or the SEL texts shows here. Memory management calls are
+// left out of the count, as the allocator and the sanitizers make them at will.
 #include "foundation_test.h"
 
 #include <sstream>
@@ -78,4 +78,12 @@ TEST(SystemCalls, KeyValueFilesReadOnceAndReplaceWithOneWrite)
     EXPECT_EQ(std::count(changed.begin(), changed.end(), "fsync"), 1)
         << joined(changed);
     EXPECT_EQ(changed.back(), "rename") << joined(changed);
+}
+
+// Without TZ the zone file is looked at once a second, not once a record: a
+// hundred texts made at once take at most the one check of a new second.
+TEST(SystemCalls, SelTextsDoNotCheckTheZoneFilePerRecord)
+{
+    const auto calls = syscalls_of("web_parse_sel_entry_x100");
+    EXPECT_LE(calls.size(), 1u) << joined(calls);
 }

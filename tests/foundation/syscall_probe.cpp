@@ -4,11 +4,13 @@
 // makes. The files it works on are prepared, and the call made once, before
 // the first marker: what is counted is the call as a daemon makes it day in,
 // day out. Usage: syscall_probe CALL
+#include <libkv/events.h>
 #include <libkv/foundation.h>
 
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -43,6 +45,21 @@ void log_error_line()
              99u, 0u, "probe", 1, "main");
 }
 
+// A hundred SEL records to text, with the zone taken from /etc/localtime.
+void hundred_sel_texts()
+{
+    const uint8_t rec[16] = {0x21, 0x00, 0x02, 0xE1, 0xA2, 0xFF, 0x4E, 0x20,
+                             0x00, 0x04, 0x01, 0x05, 0x01, 0x59, 87,   85};
+    SensorRecord sensor;
+    std::memset(&sensor, 0, sizeof sensor);
+    std::strcpy(sensor.name, "CPU0 Temp");
+    for (int i = 0; i < 100; ++i)
+    {
+        char out[256] = "";
+        web_parse_sel_entry(rec, 0, sensor, out);
+    }
+}
+
 struct Probe
 {
     std::function<void()> prepare;
@@ -67,6 +84,12 @@ const std::map<std::string, Probe>& probes()
           }}},
         {"write_conf_value",
          {settings_file, [] { write_conf_value(kConf, "key_20", "changed"); }}},
+        {"web_parse_sel_entry_x100",
+         {[] {
+              unsetenv("TZ");
+              hundred_sel_texts();
+          },
+          hundred_sel_texts}},
         {"write_conf_value_unchanged",
          {settings_file,
           [] { write_conf_value(kConf, "key_20", "value 20"); }}},

@@ -6,7 +6,6 @@
 #include <libkv/foundation.h>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -78,17 +77,16 @@ void append_whole_file(std::FILE* from, std::FILE* to)
 }
 
 // The live file, open for one more line. The usual case, a readable and
-// writable file below the archive size, takes one open and one fstat. The
-// first line of a type (no file yet), a file that cannot be both read and
-// written, and a full one go the whole way through save_log_to_nv_storage,
-// with its messages, and then restart or append as it says.
+// writable file below the archive size, takes one open and one seek to its
+// end, which measures it as save_log_to_nv_storage does. The first line of a
+// type (no file yet), a file that cannot be both read and written, and a
+// full one go the whole way through save_log_to_nv_storage, with its
+// messages, and then restart or append as it says.
 UniqueFd open_live(int type)
 {
     const char* path = log_path[type];
     UniqueFd live(::open(path, O_RDWR | O_APPEND | O_CLOEXEC));
-    struct stat info = {};
-    if (live && ::fstat(live.get(), &info) == 0 &&
-        info.st_size < kArchiveThreshold)
+    if (live && ::lseek(live.get(), 0, SEEK_END) < kArchiveThreshold)
     {
         return live;
     }

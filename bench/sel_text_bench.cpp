@@ -165,8 +165,8 @@ void decode_all(benchmark::State& state)
                             static_cast<int64_t>(kRecords));
 }
 
-// As on a BMC: TZ unset, so every record's zone check (tzset) looks at
-// /etc/localtime again and follows a change of zone at once.
+// As on a BMC: TZ unset, so the zone comes from /etc/localtime, which the
+// texts look at again once a second.
 void libkv_web_parse(benchmark::State& state)
 {
     if (std::getenv("TZ") != nullptr)
@@ -177,8 +177,7 @@ void libkv_web_parse(benchmark::State& state)
     decode_all(state);
 }
 
-// The same zone named in TZ: the C library then reads the file once and
-// compares the variable alone on every check.
+// The same zone named in TZ, which the texts compare on every record.
 void libkv_web_parse_tz_set(benchmark::State& state)
 {
     const char* old = std::getenv("TZ");

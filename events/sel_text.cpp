@@ -135,14 +135,14 @@ void add_time(Line& line, Summary& summary, const uint8_t* rec)
 {
     const uint32_t raw = kv::detail::le32(rec + 3);
     const auto shown = static_cast<int32_t>(
-        raw - static_cast<uint32_t>(get_time_zone_offset()));
+        raw - static_cast<uint32_t>(kv::detail::sel_zone_offset()));
     const bool start_up = raw < kStartUpLimit;
     if (!summary.wanted() && start_up)
     {
         line.add_format(" Pre-Init  %010d ", shown);
         return;
     }
-    // get_time_zone_offset() has just read the zone: every text below uses
+    // sel_zone_offset() has just checked the zone: every text below uses
     // the same one.
     const auto time =
         kv::detail::break_down_sel_time(static_cast<uint32_t>(shown));

@@ -30,6 +30,10 @@ char* sel_time_text(const SelTime& time, const char* fmt);
 // The format of ipmi_timestamp_date for `t`.
 const char* sel_date_format(int32_t t);
 
+// get_time_zone_offset() for the SEL texts: the zone is read again when TZ
+// has changed, and otherwise at most once a second.
+int sel_zone_offset();
+
 // The format of ipmi_timestamp_time.
 inline constexpr const char* kSelClockFormat = "%X GMT%Z";
 

@@ -3,8 +3,12 @@
 // readers see the old file or the new one and never a part of either.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdio>
 #include <functional>
+#include <optional>
+#include <string_view>
 
 namespace kv::detail
 {
@@ -46,5 +50,13 @@ ReplaceFailure write_scratch(const char* path, const char* scratch,
 ReplaceFailure replace_file(const char* path, const char* scratch,
                             ScratchName kind,
                             const std::function<bool(std::FILE*)>& write);
+
+// The same for a content the caller already holds, written with one write
+// and no stream. `mode` is the mode of the file it replaces, which a caller
+// that has just read that file knows; none for a new file (0666 less the
+// umask).
+ReplaceFailure replace_file(const char* path, const char* scratch,
+                            ScratchName kind, std::string_view content,
+                            std::optional<mode_t> mode);
 
 } // namespace kv::detail

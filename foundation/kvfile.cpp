@@ -2,21 +2,34 @@
 // Key=value configuration files: the one reader, writer and deleter behind
 // every settings file of the BMC. Lines are handled in pieces of at most 255
 // characters and split at their first separator; key and value are trimmed.
+#include "foundation/atomic_replace.h"
 #include "foundation/resources.h"
 #include "foundation/scratch_rewrite.h"
 
 #include <libkv/foundation.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
+#include <optional>
+#include <string>
+#include <string_view>
 
 namespace
 {
 
-using kv::detail::rewrite_via_scratch;
+using kv::detail::UniqueFd;
 using kv::detail::UniqueFile;
 
 constexpr int kLineSize = 256; // 255 characters and the terminator
+constexpr size_t kPieceLength = kLineSize - 1;
+constexpr size_t kReadChunk = 4096;
 
 bool is_trailing_junk(char c)
 {
@@ -24,89 +37,212 @@ bool is_trailing_junk(char c)
     return byte == ' ' || byte < 0x20 || byte == 0x7f;
 }
 
-// Splits `line` in place at its first separator and trims both halves. A line
-// without the separator holds no key.
-bool split_line(char* line, char sep, char*& key, char*& value)
+// What get_valid_string leaves of `text`, without moving it.
+std::string_view trimmed(std::string_view text)
 {
-    auto* at = static_cast<char*>(std::memchr(line, sep, std::strlen(line)));
-    if (at == nullptr)
+    const size_t begin = std::min(text.find_first_not_of(' '), text.size());
+    size_t end = text.size();
+    while (end > begin && is_trailing_junk(text[end - 1]))
     {
-        return false;
+        --end;
     }
-    *at = '\0';
-    key = line;
-    value = at + 1;
-    get_valid_string(key);
-    get_valid_string(value);
-    return true;
+    return text.substr(begin, end - begin);
 }
 
-bool line_has_key(const char* line, const char* key, char sep)
+// A line read as a C string: up to its first NUL.
+std::string_view as_text(std::string_view line)
 {
-    char work[kLineSize];
-    std::snprintf(work, sizeof work, "%s", line);
-    char* found = nullptr;
-    char* value = nullptr;
-    return split_line(work, sep, found, value) && std::strcmp(found, key) == 0;
+    return line.substr(0, ::strnlen(line.data(), line.size()));
 }
 
-bool value_unchanged(const char* path, const char* key, const char* value,
-                     char sep)
+struct Setting
 {
-    char current[kLineSize];
-    if (read_conf_value_safe(path, key, current, sizeof current, sep) != 0)
+    std::string_view key;
+    std::string_view value;
+};
+
+// A line split at its first separator, both halves trimmed; a line without
+// the separator holds no setting.
+std::optional<Setting> setting_of(std::string_view line, char sep)
+{
+    line = as_text(line);
+    const size_t at = line.find(sep);
+    if (at == std::string_view::npos)
     {
-        return false;
+        return std::nullopt;
     }
-    char wanted[kLineSize];
-    std::snprintf(wanted, sizeof wanted, "%s", value);
-    get_valid_string(wanted);
-    return std::strcmp(current, wanted) == 0;
+    return Setting{trimmed(line.substr(0, at)), trimmed(line.substr(at + 1))};
+}
+
+bool line_has_key(std::string_view line, const char* key, char sep)
+{
+    const auto setting = setting_of(line, sep);
+    return setting && setting->key == key;
+}
+
+// The lines of a file held in memory, cut as fgets() with a 256-byte buffer
+// cuts them: through the newline, or 255 characters.
+class Lines
+{
+  public:
+    explicit Lines(std::string_view text) : rest_(text)
+    {}
+
+    bool next(std::string_view& line)
+    {
+        if (rest_.empty())
+        {
+            return false;
+        }
+        const size_t limit = std::min(rest_.size(), kPieceLength);
+        const auto* newline =
+            static_cast<const char*>(std::memchr(rest_.data(), '\n', limit));
+        const size_t length =
+            newline != nullptr ? static_cast<size_t>(newline - rest_.data()) + 1
+                               : limit;
+        line = rest_.substr(0, length);
+        rest_.remove_prefix(length);
+        return true;
+    }
+
+  private:
+    std::string_view rest_;
+};
+
+// The value of the first line holding `key`.
+std::optional<std::string_view> find_value(std::string_view text,
+                                           const char* key, char sep)
+{
+    Lines lines(text);
+    for (std::string_view line; lines.next(line);)
+    {
+        const auto setting = setting_of(line, sep);
+        if (setting && setting->key == key)
+        {
+            return setting->value;
+        }
+    }
+    return std::nullopt;
+}
+
+// What a rewrite starts from. Only a regular file is copied into its
+// replacement; anything else is read for its current value alone, and the
+// rename over it fails later.
+struct Original
+{
+    std::string text;
+    bool regular = false;
+    bool read_failed = false;   // of a regular file: its content is unknown
+    std::optional<mode_t> mode; // the file's; none for a new file
+};
+
+// One open, one fstat and, for a file of the size fstat gave, one read: a
+// regular file that returns less than was asked for has ended.
+Original read_original(const char* path)
+{
+    Original original;
+    UniqueFd fd(::open(path, O_RDONLY | O_CLOEXEC));
+    struct stat info = {};
+    if (!fd || ::fstat(fd.get(), &info) != 0)
+    {
+        return original;
+    }
+    original.regular = S_ISREG(info.st_mode);
+    if (original.regular)
+    {
+        original.mode = info.st_mode & 07777;
+    }
+    size_t want =
+        original.regular ? static_cast<size_t>(info.st_size) + 1 : kReadChunk;
+    size_t used = 0;
+    for (;;)
+    {
+        original.text.resize(used + want);
+        const ssize_t got = ::read(fd.get(), original.text.data() + used, want);
+        if (got < 0 && errno == EINTR)
+        {
+            continue;
+        }
+        if (got < 0)
+        {
+            original.read_failed = original.regular;
+            break;
+        }
+        used += static_cast<size_t>(got);
+        if (got == 0 || (original.regular && static_cast<size_t>(got) < want))
+        {
+            break;
+        }
+        want = std::max(used, kReadChunk);
+    }
+    original.text.resize(used);
+    return original;
+}
+
+// The new content replaces `path` through a scratch file
+// "<path>_<microseconds>".
+int replace_with(const char* path, std::string_view content,
+                 std::optional<mode_t> mode)
+{
+    char name[PATH_MAX];
+    if (!kv::detail::scratch_name_for(path, name))
+    {
+        return KV_CONF_FAILED;
+    }
+    return kv::detail::settings_result(kv::detail::replace_file(
+        path, name, kv::detail::ScratchName::unique, content, mode));
 }
 
 // The first line holding `key` becomes `new_line`; later lines, duplicates
 // included, are copied unexamined. Without such a line `new_line` is
 // appended, on a line of its own even when the file lacks a final newline.
-void copy_setting(std::FILE* from, std::FILE* to, const char* key, char sep,
-                  const char* new_line)
+std::string with_setting(std::string_view text, const char* key, char sep,
+                         std::string_view new_line)
 {
-    char line[kLineSize];
+    std::string out;
+    out.reserve(text.size() + new_line.size() + 1);
     bool replaced = false;
     char last = '\n';
-    while (from != nullptr && std::fgets(line, sizeof line, from) != nullptr)
+    Lines lines(text);
+    for (std::string_view line; lines.next(line);)
     {
         if (!replaced && line_has_key(line, key, sep))
         {
-            std::fputs(new_line, to);
+            out += new_line;
             replaced = true;
             continue;
         }
-        std::fputs(line, to);
-        if (const size_t length = std::strlen(line); length > 0)
+        line = as_text(line);
+        out += line;
+        if (!line.empty())
         {
-            last = line[length - 1];
+            last = line.back();
         }
     }
     if (!replaced)
     {
         if (last != '\n')
         {
-            std::fputc('\n', to);
+            out += '\n';
         }
-        std::fputs(new_line, to);
+        out += new_line;
     }
+    return out;
 }
 
-void copy_without_key(std::FILE* from, std::FILE* to, const char* key, char sep)
+std::string without_key(std::string_view text, const char* key, char sep)
 {
-    char line[kLineSize];
-    while (from != nullptr && std::fgets(line, sizeof line, from) != nullptr)
+    std::string out;
+    out.reserve(text.size());
+    Lines lines(text);
+    for (std::string_view line; lines.next(line);)
     {
         if (!line_has_key(line, key, sep))
         {
-            std::fputs(line, to);
+            out += as_text(line);
         }
     }
+    return out;
 }
 
 } // namespace
@@ -144,7 +280,7 @@ extern "C" int read_conf_value_safe(const char* path, const char* key,
     {
         return -1;
     }
-    UniqueFile file = kv::detail::open_file(path, "r");
+    UniqueFile file = kv::detail::open_file(path, "re");
     if (!file)
     {
         return -1;
@@ -152,12 +288,12 @@ extern "C" int read_conf_value_safe(const char* path, const char* key,
     char line[kLineSize];
     while (std::fgets(line, sizeof line, file.get()) != nullptr)
     {
-        char* found = nullptr;
-        char* found_value = nullptr;
-        if (split_line(line, sep, found, found_value) &&
-            std::strcmp(found, key) == 0)
+        const auto setting = setting_of(line, sep);
+        if (setting && setting->key == key)
         {
-            std::snprintf(value, size, "%s", found_value);
+            const size_t length = std::min(setting->value.size(), size - 1);
+            std::memcpy(value, setting->value.data(), length);
+            value[length] = '\0';
             return 0;
         }
     }
@@ -177,15 +313,23 @@ extern "C" int write_conf_value_safe(const char* path, const char* key,
     {
         return -1;
     }
-    if (value_unchanged(path, key, value, sep))
+    const Original original = read_original(path);
+    const auto current = find_value(original.text, key, sep);
+    if (current && *current == trimmed(std::string_view(
+                                   value, ::strnlen(value, kPieceLength))))
     {
         return 0;
     }
+    if (original.read_failed)
+    {
+        return -1;
+    }
     char new_line[kLineSize];
     std::snprintf(new_line, sizeof new_line, "%s%c%s\n", key, sep, value);
-    return rewrite_via_scratch(path, [&](std::FILE* from, std::FILE* to) {
-        copy_setting(from, to, key, sep, new_line);
-    });
+    return replace_with(
+        path,
+        with_setting(original.regular ? original.text : "", key, sep, new_line),
+        original.mode);
 }
 
 extern "C" int write_conf_value(const char* path, const char* key,
@@ -201,12 +345,16 @@ extern "C" int delete_conf_value_safe(const char* path, const char* key,
     {
         return -1;
     }
-    char current[kLineSize];
-    if (read_conf_value_safe(path, key, current, sizeof current, sep) != 0)
+    const Original original = read_original(path);
+    if (!find_value(original.text, key, sep))
     {
         return 0;
     }
-    return rewrite_via_scratch(path, [&](std::FILE* from, std::FILE* to) {
-        copy_without_key(from, to, key, sep);
-    });
+    if (original.read_failed)
+    {
+        return -1;
+    }
+    return replace_with(
+        path, without_key(original.regular ? original.text : "", key, sep),
+        original.mode);
 }

@@ -5,6 +5,10 @@
 
 #include <libkv/foundation.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <ctime>
 
@@ -33,6 +37,7 @@ char nv_log_path[KV_LOG_TYPES][64] = {
 namespace
 {
 
+using kv::detail::UniqueFd;
 using kv::detail::UniqueFile;
 
 constexpr long kArchiveThreshold = 4L * 1024 * 1024;
@@ -68,6 +73,46 @@ void append_whole_file(std::FILE* from, std::FILE* to)
     while ((n = std::fread(chunk, 1, sizeof chunk, from)) > 0)
     {
         std::fwrite(chunk, 1, n, to);
+    }
+}
+
+// The live file, open for one more line. The usual case, a readable and
+// writable file below the archive size, takes one open and one seek to its
+// end, which measures it as save_log_to_nv_storage does. The first line of a
+// type (no file yet), a file that cannot be both read and written, and a
+// full one go the whole way through save_log_to_nv_storage, with its
+// messages, and then restart or append as it says.
+UniqueFd open_live(int type)
+{
+    const char* path = log_path[type];
+    UniqueFd live(::open(path, O_RDWR | O_APPEND | O_CLOEXEC));
+    if (live && ::lseek(live.get(), 0, SEEK_END) < kArchiveThreshold)
+    {
+        return live;
+    }
+    live.reset();
+    const int how = save_log_to_nv_storage(type, path) == KV_LOG_RESTART
+                        ? O_TRUNC
+                        : O_APPEND;
+    return UniqueFd(::open(path, O_WRONLY | O_CREAT | O_CLOEXEC | how, 0666));
+}
+
+// The whole line in one write, as an append of its own.
+void write_line(int fd, const char* line, size_t length)
+{
+    while (length > 0)
+    {
+        const ssize_t written = ::write(fd, line, length);
+        if (written < 0 && errno == EINTR)
+        {
+            continue;
+        }
+        if (written <= 0)
+        {
+            return;
+        }
+        line += written;
+        length -= static_cast<size_t>(written);
     }
 }
 
@@ -131,16 +176,16 @@ extern "C" int log_call(int type, const char* format, ...)
     std::vsnprintf(message, sizeof message, format, args);
     va_end(args);
 
-    const char* mode =
-        save_log_to_nv_storage(type, log_path[type]) == 1 ? "w" : "a";
-    UniqueFile live = kv::detail::open_file(log_path[type], mode);
+    const UniqueFd live = open_live(type);
     if (!live)
     {
         return -1;
     }
     char stamp[64];
     get_timestamp_string(stamp);
-    std::fprintf(live.get(), "%s-%s\n", stamp, message);
-    std::fflush(live.get());
+    char line[sizeof stamp + sizeof message + 1];
+    const int length =
+        std::snprintf(line, sizeof line, "%s-%s\n", stamp, message);
+    write_line(live.get(), line, static_cast<size_t>(length));
     return 0;
 }

@@ -33,26 +33,22 @@ UniqueFile open_original(const char* path)
 
 } // namespace
 
-int rewrite_via_scratch(
-    const char* path,
-    const std::function<void(std::FILE* from, std::FILE* to)>& copy)
+bool scratch_name_for(const char* path, char (&name)[PATH_MAX])
 {
     timeval now{};
     ::gettimeofday(&now, nullptr);
-    char name[PATH_MAX];
     const int length = std::snprintf(name, sizeof name, "%s_%u", path,
                                      static_cast<unsigned>(now.tv_usec));
     if (length < 0 || static_cast<size_t>(length) >= sizeof name)
     {
         errno = ENAMETOOLONG;
-        return KV_CONF_FAILED;
+        return false;
     }
-    UniqueFile original = open_original(path);
-    const ReplaceFailure failure =
-        replace_file(path, name, ScratchName::unique, [&](std::FILE* scratch) {
-            copy(original.get(), scratch);
-            return !original || std::ferror(original.get()) == 0;
-        });
+    return true;
+}
+
+int settings_result(ReplaceFailure failure)
+{
     switch (failure)
     {
         case ReplaceFailure::none:
@@ -62,6 +58,23 @@ int rewrite_via_scratch(
         default:
             return KV_CONF_FAILED;
     }
+}
+
+int rewrite_via_scratch(
+    const char* path,
+    const std::function<void(std::FILE* from, std::FILE* to)>& copy)
+{
+    char name[PATH_MAX];
+    if (!scratch_name_for(path, name))
+    {
+        return KV_CONF_FAILED;
+    }
+    UniqueFile original = open_original(path);
+    return settings_result(
+        replace_file(path, name, ScratchName::unique, [&](std::FILE* scratch) {
+            copy(original.get(), scratch);
+            return !original || std::ferror(original.get()) == 0;
+        }));
 }
 
 } // namespace kv::detail

@@ -2,14 +2,20 @@
 # SPDX-License-Identifier: Apache-2.0
 # Builds the benchmarks (meson option bench) and runs them: SEL records to
 # text, libkv against FreeIPMI over the same records, event forwarding,
-# libkv's posts against the curl program's (extra arguments go to these two,
-# e.g. --benchmark_repetitions=3), and a login check against its floor.
+# libkv's posts against the curl program's, the classified log and the
+# key=value files against the bare system calls (in kvsandbox, as the log
+# lives under /run), and a login check against its floor. Extra arguments go
+# to the benchmarks but the last, e.g. --benchmark_repetitions=3.
 set -eu
 cd "$(dirname "$0")/.."
 sh scripts/setup.sh
-[ -f build-bench/build.ninja ] || meson setup build-bench -Dbench=true >/dev/null
-meson compile -C build-bench bench/sel_text_bench \
-    bench/event_forwarding_bench bench/access_bench >/dev/null
+[ -f build-bench/build.ninja ] ||
+    meson setup build-bench -Dbench=true --buildtype=release >/dev/null
+meson compile -C build-bench -j 2 bench/sel_text_bench \
+    bench/event_forwarding_bench bench/log_bench bench/kvfile_bench \
+    bench/access_bench tools/kvsandbox >/dev/null
 build-bench/bench/sel_text_bench "$@"
 build-bench/bench/event_forwarding_bench "$@"
+build-bench/tools/kvsandbox -- build-bench/bench/log_bench "$@"
+build-bench/tools/kvsandbox -- build-bench/bench/kvfile_bench "$@"
 build-bench/bench/access_bench

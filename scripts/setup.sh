@@ -29,6 +29,7 @@ s-nail
 clang
 libclang-rt-14-dev
 gcovr
+strace
 "
 
 missing=""

@@ -73,6 +73,30 @@ TEST(WriteConfValue, ReplacesTheFirstMatchInPlaceOrAppends)
     EXPECT_EQ(kConfOnly, names_in(kDir));
 }
 
+// The writers read a line in pieces of 255 characters, as the reader does:
+// the rest of a longer line is a line of its own. A file far larger than
+// one read comes through whole.
+TEST(WriteConfValue, LongLinesCountInPiecesAndLargeFilesComeThroughWhole)
+{
+    const std::string long_line = std::string(255, 'x') + "ip=1\n";
+    write_text(kConf, long_line + "ip=3\n");
+    ASSERT_EQ(0, write_conf_value(kConf, "ip", "2"));
+    EXPECT_EQ(std::string(255, 'x') + "ip=2\nip=3\n", read_text(kConf));
+    ASSERT_EQ(0, delete_conf_value_safe(kConf, "ip", '='));
+    EXPECT_EQ(std::string(255, 'x'), read_text(kConf));
+
+    std::string large;
+    for (int i = 0; i < 5000; ++i)
+    {
+        large += "key" + std::to_string(i) + "=value\n";
+    }
+    write_text(kConf, large);
+    ASSERT_EQ(0, write_conf_value(kConf, "key4999", "new"));
+    large.replace(large.rfind("value"), 5, "new");
+    EXPECT_EQ(large, read_text(kConf));
+    EXPECT_EQ(kConfOnly, names_in(kDir));
+}
+
 TEST(WriteConfValue, UnchangedValueLeavesTheFileAlone)
 {
     write_text(kConf, " speed = 100 \n");

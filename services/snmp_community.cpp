@@ -43,16 +43,8 @@ extern "C" int snmp_community_get(char* community, unsigned size)
     {
         return KV_SNMP_FAILED;
     }
-    int result = KV_SNMP_FAILED;
-    kv::services::for_each_selected_line(
-        kv::services::kSnmpdConf, {"com2sec", "default"}, [&](char* line) {
-            char token[128] = "";
-            std::sscanf(line, "%*s %*s %*s %127s", token);
-            std::snprintf(community, size, "%s", token);
-            result = 0;
-            return false;
-        });
-    return result;
+    return kv::services::first_selected_word(
+        kv::services::kSnmpdConf, {"com2sec", "default"}, 3, community, size);
 }
 
 extern "C" int snmp_community_set(const char* community)

@@ -21,6 +21,13 @@ void for_each_selected_line(const char* path,
                             std::initializer_list<const char*> words,
                             const std::function<bool(char* line)>& visit);
 
+// Word `index` (from 0, at most 127 characters) of the first line that
+// for_each_selected_line gives, cut to `size` into `out` ("" when the line
+// is shorter): 0, or KV_SNMP_FAILED when no line is selected.
+int first_selected_word(const char* path,
+                        std::initializer_list<const char*> words,
+                        unsigned index, char* out, unsigned size);
+
 // What becomes of one line of snmpd.conf on its way into the new copy.
 enum class LineFate
 {

@@ -4,12 +4,14 @@
 #include "services/snmp_conf.h"
 
 #include <libkv/foundation.h>
+#include <libkv/services.h>
 
 #include <strings.h>
 
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 #include <string>
 
 namespace kv::services
@@ -57,6 +59,29 @@ void for_each_selected_line(const char* path,
             return;
         }
     }
+}
+
+int first_selected_word(const char* path,
+                        std::initializer_list<const char*> words,
+                        unsigned index, char* out, unsigned size)
+{
+    int result = KV_SNMP_FAILED;
+    for_each_selected_line(path, words, [&](char* line) {
+        std::istringstream split(line);
+        std::string word;
+        for (unsigned i = 0; i <= index; ++i)
+        {
+            if (!(split >> word))
+            {
+                word.clear();
+                break;
+            }
+        }
+        std::snprintf(out, size, "%.127s", word.c_str());
+        result = 0;
+        return false;
+    });
+    return result;
 }
 
 } // namespace kv::services

@@ -82,16 +82,8 @@ extern "C" int snmp_v3_engineid_get(char* engineid, unsigned size)
     {
         return KV_SNMP_FAILED;
     }
-    int result = KV_SNMP_FAILED;
-    kv::services::for_each_selected_line(
-        kv::services::kSnmpdState, {"oldEngineID"}, [&](char* line) {
-            char token[128] = "";
-            std::sscanf(line, "%*s %127s", token);
-            std::snprintf(engineid, size, "%s", token);
-            result = 0;
-            return false;
-        });
-    return result;
+    return kv::services::first_selected_word(
+        kv::services::kSnmpdState, {"oldEngineID"}, 1, engineid, size);
 }
 
 extern "C" int snmp_v3_user_get(SNMP_V3_USER** head)

@@ -30,7 +30,25 @@ clang
 libclang-rt-14-dev
 gcovr
 strace
+g++-arm-linux-gnueabihf
+qemu-user-static
+qemu-system-arm
+device-tree-compiler
+cpio
+libcjson-dev:armhf
+libi2c-dev:armhf
+libcurl4-openssl-dev:armhf
+libgtest-dev:armhf
+libgmock-dev:armhf
 "
+
+sudo=""
+[ "$(id -u)" -eq 0 ] || sudo="sudo"
+
+# The cross build for the BMC's 32-bit ARM links against Debian's :armhf
+# development packages.
+dpkg --print-foreign-architectures | grep -qx armhf ||
+    $sudo dpkg --add-architecture armhf
 
 missing=""
 for p in $packages; do
@@ -41,9 +59,18 @@ done
 [ -z "$missing" ] && exit 0
 
 echo "setup: installing$missing"
-sudo=""
-[ "$(id -u)" -eq 0 ] || sudo="sudo"
 export DEBIAN_FRONTEND=noninteractive
-$sudo apt-get update -qq
+# A mirror caught mid-sync can leave one architecture's security index out;
+# the install below copes, so a failed index is not fatal here.
+$sudo apt-get update -qq || true
 # shellcheck disable=SC2086
-$sudo apt-get install -y -qq --no-install-recommends $missing >/dev/null
+if ! $sudo apt-get install -y -qq --no-install-recommends $missing >/dev/null; then
+    # Multi-arch libraries must have one version on both architectures.
+    # Without armhf's security index, take both from the main archive.
+    pin=$(mktemp)
+    printf 'Package: *\nPin: release l=Debian-Security\nPin-Priority: 100\n' >"$pin"
+    # shellcheck disable=SC2086
+    $sudo apt-get -o Dir::Etc::Preferences="$pin" install -y -qq \
+        --no-install-recommends $missing >/dev/null
+    rm -f "$pin"
+fi

@@ -3,10 +3,12 @@
 // old content or the new, never a mix or a cut, and at most the one scratch
 // file it was writing; a rewrite on a full disk fails and leaves the old
 // file. Every kind of file the library rewrites by a scratch file and a
-// rename is put through the same faults.
+// rename is put through the same faults. The text SEL log, which grows by
+// appends and is moved to the SD card at 8 MiB, loses no line to a kill.
 #include "test_helpers.h"
 
 #include <libkv/access.h>
+#include <libkv/events.h>
 #include <libkv/foundation.h>
 #include <libkv/services.h>
 
@@ -14,16 +16,19 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <ostream>
 #include <random>
+#include <regex>
 #include <string>
 #include <thread>
 
@@ -345,5 +350,202 @@ INSTANTIATE_TEST_SUITE_P(EveryKind, Rewrite,
                          [](const testing::TestParamInfo<RewriteKind>& info) {
                              return std::string(info.param.name);
                          });
+
+// ---- The text SEL log across its move to the card ---------------------------
+
+constexpr off_t kSelLogLimit = 8L * 1024 * 1024;
+const std::string sel_archive_dir = "/media/card/sellog";
+
+std::string sel_text(uint32_t record)
+{
+    return "Temperature CPU" + std::to_string(record % 4) +
+           " upper critical going high " + std::string(100, '.');
+}
+
+std::string sel_line(uint32_t record)
+{
+    return "#" + std::to_string(record) + " 3 " + sel_text(record) + "\r\n";
+}
+
+// Where the live log sits: beside the card on one file system, where the
+// move is a rename, or on a file system of its own, where it is a copy.
+struct SelLogPlace
+{
+    const char* name;
+    std::string dir;
+    // A kill between the copy's rename and the removal of the live file
+    // leaves the live file whole beside its archived copy.
+    bool copies;
+};
+
+void PrintTo(const SelLogPlace& place, std::ostream* out)
+{
+    *out << place.name;
+}
+
+class SelRollover : public testing::TestWithParam<SelLogPlace>
+{
+  protected:
+    void SetUp() override
+    {
+        void* shared =
+            ::mmap(nullptr, sizeof(std::atomic<uint32_t>),
+                   PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        ASSERT_NE(shared, MAP_FAILED);
+        done_ = new (shared) std::atomic<uint32_t>(0);
+    }
+    void TearDown() override
+    {
+        ::munmap(done_, sizeof *done_);
+    }
+
+    std::string live() const
+    {
+        return GetParam().dir + "/sel.log";
+    }
+
+    // A live log of whole lines, some lines short of the limit; returns the
+    // last record in it.
+    uint32_t prefill()
+    {
+        std::filesystem::remove_all(GetParam().dir);
+        std::filesystem::remove_all(sel_archive_dir);
+        make_dirs(GetParam().dir);
+        make_dirs(sel_archive_dir);
+        std::string text;
+        uint32_t record = 0;
+        while (text.size() + 30 * sel_line(record).size() <
+               static_cast<size_t>(kSelLogLimit))
+        {
+            text += sel_line(++record);
+        }
+        write_text(live(), text);
+        done_->store(record);
+        return record;
+    }
+
+    // Appends records after `from`, one second apart so that every move
+    // gets an archive of its own, telling each one done.
+    pid_t start_writer(uint32_t from, uint32_t count)
+    {
+        const pid_t pid = ::fork();
+        if (pid == 0)
+        {
+            for (uint32_t record = from + 1; record <= from + count; ++record)
+            {
+                if (save_sel_to_file(record, 1700000000 + record, 3,
+                                     sel_text(record).c_str(),
+                                     GetParam().dir.c_str()) != 0)
+                {
+                    ::_exit(1);
+                }
+                done_->store(record);
+            }
+            ::_exit(0);
+        }
+        return pid;
+    }
+
+    std::atomic<uint32_t>* done_ = nullptr;
+};
+
+// The archives in order, then the live log: every record told done is there
+// whole, once and in order; the one being written may follow, whole or cut
+// at the end of the live log. A scratch copy cut by the kill may be left on
+// the card under a name no archive has.
+TEST_P(SelRollover, KilledWriterLosesNoLineAcrossTheMove)
+{
+    const std::regex archive_name("sel-[0-9]{14}\\.log");
+    const std::regex scratch_name("sel-[0-9]{14}\\.log_[0-9]+");
+
+    // An undisturbed writer crosses the limit and goes on a little.
+    uint32_t first = prefill();
+    const auto started = std::chrono::steady_clock::now();
+    int status = 0;
+    const pid_t undisturbed = start_writer(first, 60);
+    ASSERT_EQ(undisturbed, ::waitpid(undisturbed, &status, 0));
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    const long crossing = std::chrono::duration_cast<std::chrono::microseconds>(
+                              std::chrono::steady_clock::now() - started)
+                              .count();
+    ASSERT_EQ(1u, names_in(sel_archive_dir).size());
+
+    std::random_device seed_source;
+    const unsigned seed = seed_source();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    std::uniform_int_distribution<long> delay(0, crossing);
+    int moved = 0;
+    for (int kill_round = 0; kill_round < 12; ++kill_round)
+    {
+        SCOPED_TRACE("kill round " + std::to_string(kill_round));
+        first = prefill();
+        const pid_t writer = start_writer(first, 1000000);
+        ASSERT_GT(writer, 0);
+        std::this_thread::sleep_for(std::chrono::microseconds(delay(random)));
+        ::kill(writer, SIGKILL);
+        ASSERT_EQ(writer, ::waitpid(writer, &status, 0));
+        ASSERT_TRUE(WIFSIGNALED(status)) << "the writer ended by itself";
+        const uint32_t done = done_->load();
+
+        std::vector<std::string> parts;
+        int scratches = 0;
+        for (const std::string& name : names_in(sel_archive_dir))
+        {
+            if (std::regex_match(name, archive_name))
+            {
+                parts.push_back(
+                    read_text(sel_archive_dir + "/" + name).value_or(""));
+            }
+            else
+            {
+                EXPECT_TRUE(GetParam().copies &&
+                            std::regex_match(name, scratch_name))
+                    << name;
+                ++scratches;
+            }
+        }
+        EXPECT_LE(scratches, 1);
+        moved += parts.empty() ? 0 : 1;
+        const std::string live_text = read_text(live()).value_or("");
+        if (!(GetParam().copies && !parts.empty() && live_text == parts.back()))
+        {
+            parts.push_back(live_text);
+        }
+
+        uint32_t record = 0;
+        for (size_t part = 0; part < parts.size(); ++part)
+        {
+            std::string_view text = parts[part];
+            while (!text.empty())
+            {
+                const std::string expected = sel_line(++record);
+                if (!text.starts_with(expected))
+                {
+                    // Only the line being written, at the very end.
+                    EXPECT_TRUE(part + 1 == parts.size() &&
+                                record == done + 1 &&
+                                expected.starts_with(text))
+                        << "record " << record << " of part " << part;
+                    --record;
+                    break;
+                }
+                text.remove_prefix(expected.size());
+            }
+        }
+        EXPECT_GE(record, done);
+        EXPECT_LE(record, done + 1);
+    }
+    // Kills before the move would prove little.
+    EXPECT_GE(moved, 3);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BothFileSystems, SelRollover,
+    testing::Values(SelLogPlace{"beside_the_card", "/media/sel", false},
+                    SelLogPlace{"own_file_system", "/var/log/sel", true}),
+    [](const testing::TestParamInfo<SelLogPlace>& info) {
+        return std::string(info.param.name);
+    });
 
 } // namespace

@@ -1,7 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
 # Builds the benchmarks (meson option bench) and runs them: SEL records to
-# text, libkv against FreeIPMI over the same records, event forwarding,
+# text, libkv against FreeIPMI over the same records, a FRU image parsed by
+# libkv and by FreeIPMI's FRU parser, event forwarding,
 # libkv's posts against the curl program's, the classified log and the
 # key=value files against the bare system calls (in kvsandbox, as the log
 # lives under /run), and a login check against its floor. Extra arguments go
@@ -11,10 +12,11 @@ cd "$(dirname "$0")/.."
 sh scripts/setup.sh
 [ -f build-bench/build.ninja ] ||
     meson setup build-bench -Dbench=true --buildtype=release >/dev/null
-meson compile -C build-bench -j 2 bench/sel_text_bench \
+meson compile -C build-bench -j 2 bench/sel_text_bench bench/fru_parse_bench \
     bench/event_forwarding_bench bench/log_bench bench/kvfile_bench \
     bench/access_bench tools/kvsandbox >/dev/null
 build-bench/bench/sel_text_bench "$@"
+build-bench/bench/fru_parse_bench "$@"
 build-bench/bench/event_forwarding_bench "$@"
 build-bench/tools/kvsandbox -- build-bench/bench/log_bench "$@"
 build-bench/tools/kvsandbox -- build-bench/bench/kvfile_bench "$@"

@@ -124,7 +124,8 @@ std::string recipients_value(const MailConfig& config)
     for (size_t slot = 1; slot < 5 && config.recipients[slot][0] != '\0';
          ++slot)
     {
-        list += " " + text_of(config.recipients[slot]);
+        list += ' ';
+        list += text_of(config.recipients[slot]);
     }
     return list.substr(0, kTextSize - 1);
 }

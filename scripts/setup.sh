@@ -40,6 +40,7 @@ libi2c-dev:armhf
 libcurl4-openssl-dev:armhf
 libgtest-dev:armhf
 libgmock-dev:armhf
+libstdc++6:armhf
 "
 
 sudo=""

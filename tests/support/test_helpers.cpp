@@ -99,6 +99,7 @@ bool under_user_emulation()
         }
         if (child == 0)
         {
+            ::close(ends[1]);
             char byte;
             (void)::read(ends[0], &byte, 1);
             _exit(0);

@@ -4,6 +4,7 @@
 
 #include <libkv/events.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 
@@ -24,6 +25,29 @@ bool shown_in_utc(uint32_t t)
     return static_cast<int32_t>(t) <= kStartUpLimit;
 }
 
+// gmtime_r for the whole unsigned range: times from 2038-01-19 03:14:08
+// on are shown in UTC too, and a 32-bit time_t (the BMC's) cannot hold them.
+std::tm utc_parts(uint32_t t)
+{
+    using namespace std::chrono;
+    const sys_seconds when{seconds{t}};
+    const sys_days day = floor<days>(when);
+    const year_month_day date{day};
+    const hh_mm_ss clock{when - day};
+    std::tm parts{};
+    parts.tm_year = static_cast<int>(date.year()) - 1900;
+    parts.tm_mon = static_cast<int>(static_cast<unsigned>(date.month())) - 1;
+    parts.tm_mday = static_cast<int>(static_cast<unsigned>(date.day()));
+    parts.tm_hour = static_cast<int>(clock.hours().count());
+    parts.tm_min = static_cast<int>(clock.minutes().count());
+    parts.tm_sec = static_cast<int>(clock.seconds().count());
+    parts.tm_wday = static_cast<int>(weekday{day}.c_encoding());
+    parts.tm_yday =
+        static_cast<int>((day - sys_days{date.year() / January / 1}).count());
+    parts.tm_zone = "GMT";
+    return parts;
+}
+
 } // namespace
 
 namespace kv::detail
@@ -37,13 +61,14 @@ SelTime break_down_sel_time(uint32_t t)
         time.unknown = true;
         return time;
     }
-    const std::time_t seconds = t;
     if (shown_in_utc(t))
     {
-        gmtime_r(&seconds, &time.parts);
+        time.parts = utc_parts(t);
     }
     else
     {
+        // Below 0x80000000: any time_t holds it.
+        const std::time_t seconds = static_cast<std::time_t>(t);
         localtime_r(&seconds, &time.parts);
     }
     return time;

@@ -40,6 +40,7 @@ libi2c-dev:armhf
 libcurl4-openssl-dev:armhf
 libgtest-dev:armhf
 libgmock-dev:armhf
+libstdc++6:armhf
 "
 
 sudo=""
@@ -50,13 +51,26 @@ sudo=""
 dpkg --print-foreign-architectures | grep -qx armhf ||
     $sudo dpkg --add-architecture armhf
 
+# armhf programs that the armhf tests spawn (kvsim, fru, the armhf
+# i2c-tools) run through the kernel's binfmt_misc entry for qemu-arm, which
+# Debian registers at boot through systemd; without systemd it is missing.
+register_qemu_arm() {
+    misc=/proc/sys/fs/binfmt_misc
+    [ -e "$misc/qemu-arm" ] && return 0
+    [ -e "$misc/register" ] || $sudo mount -t binfmt_misc binfmt_misc "$misc"
+    $sudo sh -c "cat /usr/lib/binfmt.d/qemu-arm.conf >$misc/register"
+}
+
 missing=""
 for p in $packages; do
     if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
         missing="$missing $p"
     fi
 done
-[ -z "$missing" ] && exit 0
+if [ -z "$missing" ]; then
+    register_qemu_arm
+    exit 0
+fi
 
 echo "setup: installing$missing"
 export DEBIAN_FRONTEND=noninteractive
@@ -74,3 +88,4 @@ if ! $sudo apt-get install -y -qq --no-install-recommends $missing >/dev/null; t
         --no-install-recommends $missing >/dev/null
     rm -f "$pin"
 fi
+register_qemu_arm

@@ -54,6 +54,8 @@ TEST(SelTime, StartUpTimesAreShownInUtcUpToTheLimit)
     EXPECT_EQ(formatted(0x20000001, "%F %T %Z"), "1987-01-06 02:48:33 UTC");
     // Past 2038 the value is negative as a signed one: UTC again.
     EXPECT_EQ(formatted(0x80000000, "%F %T"), "2038-01-19 03:14:08");
+    EXPECT_EQ(formatted(0xFFFFFFFE, "%F %T %j %a %Z"),
+              "2106-02-07 06:28:14 038 Sun GMT");
     EXPECT_EQ(formatted(0x1000, "%F %T"), "1970-01-01 01:08:16");
 }
 

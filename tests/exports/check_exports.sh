@@ -7,8 +7,10 @@ lib=$1
 expected=$2
 
 # The list holds x86-64 names; 32-bit ARM passes va_list as std::__va_list.
-case $(uname -m) in
-arm*) va='s/P13__va_list_tag/St9__va_list/' ;;
+# The library's own ELF header says which it is: the script itself runs on
+# the build machine, also for a cross build.
+case $(readelf -h "$lib" | sed -n 's/^ *Machine: *//p') in
+ARM) va='s/P13__va_list_tag/St9__va_list/' ;;
 *) va='' ;;
 esac
 

@@ -78,6 +78,11 @@ TEST(GetPidByName, NameIsNeverRunAsShellText)
 
 TEST(GetPidByName, ReportsWhenPidofCannotStart)
 {
+    if (kv::test::under_user_emulation())
+    {
+        GTEST_SKIP() << "qemu-user runs posix_spawn's shared-memory child as "
+                        "a plain fork: a failed exec is not reported back";
+    }
     const std::string path = std::getenv("PATH") ? std::getenv("PATH") : "";
     setenv("PATH", "/tmp/nowhere", 1);
     int result = 0;
@@ -92,6 +97,11 @@ TEST(GetPidByName, ReportsWhenPidofCannotStart)
 // SIGUSR1 and exits with the queued payload.
 TEST(SendSignal, QueuesThePayloadToTheNamedProcess)
 {
+    if (kv::test::under_user_emulation())
+    {
+        GTEST_SKIP() << "qemu-user keeps the guest's argv[0] in a copy of its "
+                        "own: pidof sees the emulator's command line";
+    }
     ASSERT_GE(std::strlen(program_invocation_name), std::strlen("kvrecv"));
     sigset_t usr1;
     sigemptyset(&usr1);

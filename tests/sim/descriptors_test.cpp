@@ -2,6 +2,7 @@
 // Descriptors on simulated buses and the i2c-dev requests that do not move
 // data: opening, closing, address binding, functionality.
 #include "sim_fixture.h"
+#include "test_helpers.h"
 
 #include <gtest/gtest-spi.h>
 
@@ -61,7 +62,9 @@ TEST_F(Descriptors, ClosedDescriptorsAndOtherFilesBelongToTheSystem)
     const int file = ::open("/tmp/plain", O_RDWR | O_CREAT | O_TRUNC, 0600);
     ASSERT_EQ(fd, file);
     EXPECT_EQ(5, ::write(file, "hello", 5));
-    EXPECT_EQ(ENOTTY, ERRNO_OF(::ioctl(file, I2C_SLAVE, 0x3f)));
+    // qemu-user answers the ioctls it does not translate itself.
+    const int not_a_bus = kv::test::under_user_emulation() ? ENOSYS : ENOTTY;
+    EXPECT_EQ(not_a_bus, ERRNO_OF(::ioctl(file, I2C_SLAVE, 0x3f)));
     const int bus = ::open("/dev/i2c-11", O_RDWR);
     ASSERT_EQ(bus, ::dup2(file, bus));
     for (const int plain : {file, bus})

@@ -80,4 +80,39 @@ int exit_status_of(const std::function<int()>& body)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+bool under_user_emulation()
+{
+    // The emulator answers for /proc/self/exe itself; a forked child's
+    // executable, seen from here, is the emulator's.
+    static const bool emulated = [] {
+        int ends[2];
+        if (::pipe(ends) != 0)
+        {
+            return false;
+        }
+        const pid_t child = ::fork();
+        if (child < 0)
+        {
+            ::close(ends[0]);
+            ::close(ends[1]);
+            return false;
+        }
+        if (child == 0)
+        {
+            ::close(ends[1]);
+            char byte;
+            (void)::read(ends[0], &byte, 1);
+            _exit(0);
+        }
+        ::close(ends[0]);
+        std::error_code error;
+        const auto exe = std::filesystem::read_symlink(
+            "/proc/" + std::to_string(child) + "/exe", error);
+        ::close(ends[1]);
+        ::waitpid(child, nullptr, 0);
+        return exe.filename().string().starts_with("qemu-");
+    }();
+    return emulated;
+}
+
 } // namespace kv::test

@@ -59,4 +59,9 @@ CommandOutcome run_shell(const std::string& command);
 // signal number when it was killed. The child ends with body()'s result.
 int exit_status_of(const std::function<int()>& body);
 
+// True when this program runs under qemu's user-mode emulation (the armhf
+// suite on an x86-64 machine): system calls then reach the kernel only in
+// the forms the emulator translates, and other processes see the emulator.
+bool under_user_emulation();
+
 } // namespace kv::test

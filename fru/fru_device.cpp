@@ -49,13 +49,15 @@ unsigned register_of(const kv_fru_device& d, uint16_t offset)
 }
 
 // The EEPROM driver's file; behind a multiplexer it hangs below the
-// channel's own bus.
+// channel's own bus. The descriptor counts channels from 0, as the channel
+// request does; the bus lookup counts them from 1, as the kernel announces
+// them.
 std::string sysfs_eeprom_path(const kv_fru_device& d)
 {
     char path[256];
     if (d.behind_mux)
     {
-        const int channel_bus = CmmFunGetI2CExtBus(d.bus, d.mux_channel);
+        const int channel_bus = CmmFunGetI2CExtBus(d.bus, d.mux_channel + 1);
         std::snprintf(
             path, sizeof path, "%s/i2c-%d/device/i2c-%d/%d-00%x/eeprom",
             "/sys/class/i2c-dev", d.bus, channel_bus, channel_bus, d.address);

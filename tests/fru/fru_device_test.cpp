@@ -195,8 +195,8 @@ class SysfsFru : public FruBoard
 
 TEST_F(SysfsFru, ReadsAndWritesTheDriversFile)
 {
-    // Channel map: channel 0 of the multiplexer on bus 13 is bus 16.
-    write_text("/var/run/obmcinfo/i2c/i2c-13-0", "16\n");
+    // Channel map, counted from 1: the descriptor's channel 0 is bus 16.
+    write_text("/var/run/obmcinfo/i2c/i2c-13-1", "16\n");
     const std::string behind =
         "/sys/class/i2c-dev/i2c-13/device/i2c-16/16-0051/eeprom";
     const std::string plain = "/sys/class/i2c-dev/i2c-3/device/3-0050/eeprom";

@@ -138,9 +138,14 @@ set -e
 elapsed=$(($(date +%s) - started))
 tr -d '\r' <"$console" >"$console.txt"
 
-passed=$(grep -c '^\[       OK \]' "$console.txt" || true)
-skipped=$(grep -c '^\[  SKIPPED \] [A-Za-z]' "$console.txt" || true)
-failed=$(grep -c '^\[  FAILED  \] [A-Za-z]' "$console.txt" || true)
+# One result line per test, "[ RESULT ] Suite.Test (N ms)"; the summary
+# lists failed and skipped tests again without the time.
+count() {
+    grep -c "^\[ *$1 *\] [A-Za-z].* ([0-9]* ms)\$" "$console.txt" || true
+}
+passed=$(count OK)
+failed=$(count FAILED)
+skipped=$(count SKIPPED)
 verdict=$(sed -n 's/^BMC VERDICT: //p' "$console.txt" | head -n 1)
 echo "test_bmc: guest ran in ${elapsed}s (QEMU status $status): $passed passed, $failed failed, $skipped skipped, verdict '${verdict:-none}'"
 if [ "$status" -eq 124 ] || [ "$status" -eq 137 ]; then

@@ -159,10 +159,8 @@ TEST_F(FruDevices, ToolWritesWholeImagesAndSingleFields)
     write_with_the_tool(0, [](size_t count) {
         return read_raw(kPlainBus, kBareEeprom, 0x200, count);
     });
-    const int channel0 = kernel_channel_bus(0);
-    write_with_the_tool(2, [channel0](size_t count) {
-        return read_driver_eeprom(client_name(channel0, kChannel0Eeprom), 0,
-                                  count);
+    write_with_the_tool(1, [](size_t count) {
+        return read_raw(kPlainBus, kDriverEeprom, 0, count);
     });
 }
 

@@ -18,4 +18,5 @@ run_suite() {
 run_suite build
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
     run_suite build-sanitize -Db_sanitize=address,undefined
+sh scripts/test_bmc.sh
 sh scripts/fuzz.sh 20

@@ -11,6 +11,7 @@
 #include <libkv/hw.h>
 #include <libkv/ipc.h>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -49,13 +50,15 @@ unsigned register_of(const kv_fru_device& d, uint16_t offset)
 }
 
 // The EEPROM driver's file; behind a multiplexer it hangs below the
-// channel's own bus.
+// channel's own bus. The descriptor counts channels from 0, as the channel
+// request does; the bus lookup counts them from 1, as the kernel announces
+// them.
 std::string sysfs_eeprom_path(const kv_fru_device& d)
 {
     char path[256];
     if (d.behind_mux)
     {
-        const int channel_bus = CmmFunGetI2CExtBus(d.bus, d.mux_channel);
+        const int channel_bus = CmmFunGetI2CExtBus(d.bus, d.mux_channel + 1);
         std::snprintf(
             path, sizeof path, "%s/i2c-%d/device/i2c-%d/%d-00%x/eeprom",
             "/sys/class/i2c-dev", d.bus, channel_bus, channel_bus, d.address);
@@ -204,6 +207,22 @@ void close_descriptor_zero()
     ::close(0); // on purpose: the settled close of the unopened bus handle
 }
 
+// The settled close of descriptor 0 by every chunk written to a raw device
+// not behind a multiplexer would hand descriptor 0 to the next chunk's open,
+// which eeprom_open refuses: every chunk after the first would be lost.
+// Descriptor 0 is taken again, on /dev/null, before each chunk.
+void take_descriptor_zero()
+{
+    if (::fcntl(0, F_GETFD) == -1)
+    {
+        const int fd = ::open("/dev/null", O_RDONLY);
+        if (fd > 0)
+        {
+            ::close(fd); // 0 was taken meanwhile; nothing of ours to keep
+        }
+    }
+}
+
 } // namespace
 
 int read_fru_data(const kv_fru_device* device, uint16_t offset, int count,
@@ -274,6 +293,7 @@ int write_to_fru(int id)
     for (int position = 0; position < length; position += kChunk)
     {
         const int count = std::min(kChunk, length - position);
+        take_descriptor_zero();
         write_fru_data(&*device, position, count, bmc_fru_date + position);
         if (count == kChunk)
         {

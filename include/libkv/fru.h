@@ -335,7 +335,9 @@ KV_EXPORT int write_fru_data(const kv_fru_device* device, uint16_t offset,
                              int count, const uint8_t* source);
 /* Writes bmc_fru_date to FRU device `id` in 8-byte chunks 10 ms apart and
  * remembers `id` in deviceid: 0 (write errors are not reported), or -1
- * when the platform segment or the entry is unavailable. */
+ * when the platform segment or the entry is unavailable. Descriptor 0, when
+ * closed (write_fru_data closes it), is taken on /dev/null before each
+ * chunk, so that the chunk's own open does not get it. */
 KV_EXPORT int write_to_fru(int id);
 /* Reads the whole device in 8-byte chunks, 10 ms apart, into `destination`,
  * which must hold the device size rounded up to a multiple of 8: 0. */

@@ -182,6 +182,35 @@ TEST_F(FruDevice, DescriptorZeroIsClosedOnlyByDirectAndUnknownDevices)
     EXPECT_EQ(0x42, device_memory(3, 0x50)[0]);
 }
 
+TEST_F(FruDevice, WholeImageReachesADirectDeviceDespiteTheClosedDescriptor)
+{
+    // Each chunk closes descriptor 0; the next chunk must still find the
+    // part, whether the caller started with descriptor 0 open or closed.
+    for (const bool open_at_start : {true, false})
+    {
+        EXPECT_EQ(0, kv::test::exit_status_of([&] {
+                      install(5, direct(512));
+                      for (uint32_t i = 0; i < 21; ++i)
+                      {
+                          bmc_fru_date[i] =
+                              static_cast<uint8_t>(0x60 + i + open_at_start);
+                      }
+                      bmc_fru_len = 21;
+                      if (!open_at_start)
+                      {
+                          ::close(0);
+                      }
+                      write_to_fru(5);
+                      const Bytes memory = device_memory(3, 0x50);
+                      return Bytes(bmc_fru_date, bmc_fru_date + 21) ==
+                                     Bytes(memory.begin(), memory.begin() + 21)
+                                 ? 0
+                                 : 1;
+                  }))
+            << (open_at_start ? "descriptor 0 open" : "descriptor 0 closed");
+    }
+}
+
 class SysfsFru : public FruBoard
 {
   protected:
@@ -195,8 +224,8 @@ class SysfsFru : public FruBoard
 
 TEST_F(SysfsFru, ReadsAndWritesTheDriversFile)
 {
-    // Channel map: channel 0 of the multiplexer on bus 13 is bus 16.
-    write_text("/var/run/obmcinfo/i2c/i2c-13-0", "16\n");
+    // Channel map, counted from 1: the descriptor's channel 0 is bus 16.
+    write_text("/var/run/obmcinfo/i2c/i2c-13-1", "16\n");
     const std::string behind =
         "/sys/class/i2c-dev/i2c-13/device/i2c-16/16-0051/eeprom";
     const std::string plain = "/sys/class/i2c-dev/i2c-3/device/3-0050/eeprom";

@@ -115,7 +115,7 @@ std::string clock_text(long seconds)
     localtime_r(&now, &today);
     long of_day = today.tm_hour * 3600L + today.tm_min * 60L + today.tm_sec;
     of_day = std::clamp(of_day + seconds, 0L, 86399L);
-    char text[16];
+    char text[64]; // room for any long, so no truncation to reason about
     std::snprintf(text, sizeof text, "%02ld:%02ld:%02ld", of_day / 3600,
                   of_day / 60 % 60, of_day % 60);
     return text;

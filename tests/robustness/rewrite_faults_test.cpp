@@ -474,15 +474,22 @@ TEST_P(SelRollover, KilledWriterLosesNoLineAcrossTheMove)
     const unsigned seed = seed_source();
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
-    std::uniform_int_distribution<long> delay(0, crossing);
+    // The kills are spread over twice the undisturbed writer's time, one
+    // per twelfth with a random point in it: the first half lands before,
+    // during and just after the move, the second half surely after it, even
+    // on a machine (or an emulator) slower than the undisturbed run showed.
+    constexpr int kRounds = 12;
+    std::uniform_real_distribution<double> within(0.0, 1.0);
     int moved = 0;
-    for (int kill_round = 0; kill_round < 12; ++kill_round)
+    for (int kill_round = 0; kill_round < kRounds; ++kill_round)
     {
+        const auto delay = std::chrono::microseconds(static_cast<long>(
+            2.0 * crossing * (kill_round + within(random)) / kRounds));
         SCOPED_TRACE("kill round " + std::to_string(kill_round));
         first = prefill();
         const pid_t writer = start_writer(first, 1000000);
         ASSERT_GT(writer, 0);
-        std::this_thread::sleep_for(std::chrono::microseconds(delay(random)));
+        std::this_thread::sleep_for(delay);
         ::kill(writer, SIGKILL);
         ASSERT_EQ(writer, ::waitpid(writer, &status, 0));
         ASSERT_TRUE(WIFSIGNALED(status)) << "the writer ended by itself";

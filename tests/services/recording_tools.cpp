@@ -11,9 +11,13 @@ namespace kv::services::test
 namespace
 {
 
-constexpr const char* kRecorder = "#!/bin/sh\nmkdir -p /tmp/calls\n"
-                                  "{ printf '%s\\n' \"$@\"; echo --; } "
-                                  ">>\"/tmp/calls/${0##*/}\"\n";
+// One record per call, made whole first and appended in one write: the
+// library starts some tools in the background, and two records written line
+// by line could interleave.
+constexpr const char* kRecorder =
+    "#!/bin/sh\nmkdir -p /tmp/calls\n"
+    "record=$(printf '%s\\n' \"$@\"; echo --)\n"
+    "printf '%s\\n' \"$record\" >>\"/tmp/calls/${0##*/}\"\n";
 
 void write_script(const std::string& path, const std::string& body)
 {

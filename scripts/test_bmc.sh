@@ -17,7 +17,7 @@ work=$build/bmc
 time_limit=${KV_BMC_TIME_LIMIT:-300}
 multiarch=arm-linux-gnueabihf
 
-[ -f "$build/build.ninja" ] || meson setup "$build" --cross-file cross/armhf.txt >/dev/null
+sh scripts/armhf_setup.sh
 meson compile -C "$build" -j 2 kv fru bmc_guest_test
 
 # The kernel package's name carries its ABI version, which changes with

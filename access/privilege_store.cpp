@@ -4,6 +4,7 @@
 #include "access/result_texts.h"
 #include "access/store_fields.h"
 #include "access/store_files.h"
+#include "foundation/consumer_text.h"
 
 #include <libkv/access.h>
 #include <libkv/foundation.h>
@@ -80,8 +81,11 @@ try
                       error_text(code));
         return code;
     };
-    // The name is the line's key: it must stay one field.
-    if (!fits_one_field(username))
+    // The name is the line's key: it must stay one field of a line that
+    // the readers take whole.
+    constexpr size_t kBitsAndCommas = 14; // ",000000000101,"
+    if (!is_store_name(username) ||
+        username.size() + kBitsAndCommas + ruleid.size() > kStoreLineLongest)
     {
         return refuse(kInternalError);
     }

@@ -11,6 +11,7 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
+#include <charconv>
 #include <exception>
 #include <iostream>
 
@@ -66,14 +67,13 @@ std::optional<std::string> network_address(const std::string& text, int longest)
     {
         return std::nullopt;
     }
-    try
-    {
-        if (std::stoi(parts[1]) > longest)
-        {
-            return std::nullopt;
-        }
-    }
-    catch (const std::exception&)
+    // The whole prefix is a number: "24" followed by anything is no prefix.
+    const std::string& prefix = parts[1];
+    int length = 0;
+    const auto [end, error] =
+        std::from_chars(prefix.data(), prefix.data() + prefix.size(), length);
+    if (error != std::errc() || end != prefix.data() + prefix.size() ||
+        length > longest)
     {
         return std::nullopt;
     }

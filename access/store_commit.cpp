@@ -3,6 +3,7 @@
 // over it or dropped by the daemon that asked for it.
 #include "access/store_files.h"
 #include "foundation/atomic_replace.h"
+#include "foundation/consumer_text.h"
 
 #include <libkv/access.h>
 #include <libkv/foundation.h>
@@ -59,7 +60,9 @@ void modifyLineData(std::string path, const std::string& key,
     bool written = false;
     try
     {
-        written = write_pending(path, key, line);
+        // A longer line would end the readers' view of the file there.
+        written = line.size() <= kv::detail::kStoreLineLongest + 1 &&
+                  write_pending(path, key, line);
     }
     catch (...)
     {}

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The text SEL log: one line per decoded record in <dir>/sel.log, moved to
 // the SD card at 8 MiB.
+#include "foundation/consumer_text.h"
+
 #include <libkv/events.h>
 #include <libkv/foundation.h>
 
@@ -21,10 +23,14 @@ constexpr char kLineEnd[] = "\r\n";
 constexpr size_t kLineEndLength = sizeof kLineEnd - 1;
 
 // "#<recordNo> <second> <text>\r\n". A text too long for the line is cut,
-// and the line still ends as every other one does.
+// and the line still ends as every other one does; a line break in the
+// text is written visibly, so one record makes one line.
 size_t format_line(char (&line)[kLineSize], uint32_t record, uint32_t second,
-                   const char* text)
+                   const char* raw_text)
 {
+    const std::string visible =
+        kv::detail::visible_text({raw_text, strnlen(raw_text, kLineSize)});
+    const char* text = visible.c_str();
     const int head =
         std::snprintf(line, sizeof line, "#%d %d ", static_cast<int>(record),
                       static_cast<int>(second));

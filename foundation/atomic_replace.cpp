@@ -16,31 +16,37 @@ namespace kv::detail
 namespace
 {
 
-// Permissions of the file being replaced; none for a new file, which gets
-// what a plain fopen would give it (0666 less the umask).
-std::optional<mode_t> mode_of(const char* path)
+std::optional<FileOwner> owner_of_path(const char* path)
 {
     struct stat info = {};
-    if (::stat(path, &info) == 0 && S_ISREG(info.st_mode))
-    {
-        return info.st_mode & 07777;
-    }
-    return std::nullopt;
+    return ::stat(path, &info) == 0 ? owner_of(info) : std::nullopt;
+}
+
+// The scratch file takes the old file's owner and group before its mode (a
+// chown clears set-id bits). A writer that may not give the file to them
+// fails, rather than change who can read it.
+bool take_over(int fd, const FileOwner& owner)
+{
+    // The umask must not narrow a mode copied from the old file.
+    return ::fchown(fd, owner.uid, owner.gid) == 0 &&
+           ::fchmod(fd, owner.mode) == 0;
 }
 
 UniqueFd create_scratch(const char* name, ScratchName kind,
-                        std::optional<mode_t> mode)
+                        std::optional<FileOwner> owner, mode_t new_file)
 {
     if (kind == ScratchName::fixed && ::unlink(name) != 0 && errno != ENOENT)
     {
         return {};
     }
     UniqueFd fd(::open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
-                       mode.value_or(0666)));
-    // The umask must not narrow a mode copied from the old file.
-    if (fd && mode && ::fchmod(fd.get(), *mode) != 0)
+                       owner ? owner->mode : new_file));
+    if (fd && owner && !take_over(fd.get(), *owner))
     {
+        const int cause = errno;
         fd.reset();
+        ::unlink(name);
+        errno = cause;
     }
     return fd;
 }
@@ -116,13 +122,14 @@ ReplaceFailure put_in_place(const char* path, const char* scratch)
     return ReplaceFailure::none;
 }
 
-} // namespace
-
-ReplaceFailure write_scratch(const char* path, const char* scratch,
-                             ScratchName kind,
-                             const std::function<bool(std::FILE*)>& write)
+// The first half of a replace: `scratch` whole and on the disk.
+ReplaceFailure fill_scratch(const char* path, const char* scratch,
+                            ScratchName kind,
+                            const std::function<bool(std::FILE*)>& write,
+                            mode_t new_file)
 {
-    UniqueFile file = stream_on(create_scratch(scratch, kind, mode_of(path)));
+    UniqueFile file =
+        stream_on(create_scratch(scratch, kind, owner_of_path(path), new_file));
     if (!file)
     {
         return ReplaceFailure::scratch;
@@ -134,20 +141,41 @@ ReplaceFailure write_scratch(const char* path, const char* scratch,
     return ReplaceFailure::none;
 }
 
+} // namespace
+
+std::optional<FileOwner> owner_of(const struct stat& info)
+{
+    if (!S_ISREG(info.st_mode))
+    {
+        return std::nullopt;
+    }
+    return FileOwner{static_cast<mode_t>(info.st_mode & 07777), info.st_uid,
+                     info.st_gid};
+}
+
+ReplaceFailure write_scratch(const char* path, const char* scratch,
+                             ScratchName kind,
+                             const std::function<bool(std::FILE*)>& write)
+{
+    return fill_scratch(path, scratch, kind, write, kPublicFile);
+}
+
 ReplaceFailure replace_file(const char* path, const char* scratch,
                             ScratchName kind,
-                            const std::function<bool(std::FILE*)>& write)
+                            const std::function<bool(std::FILE*)>& write,
+                            mode_t new_file)
 {
-    const ReplaceFailure written = write_scratch(path, scratch, kind, write);
+    const ReplaceFailure written =
+        fill_scratch(path, scratch, kind, write, new_file);
     return written != ReplaceFailure::none ? written
                                            : put_in_place(path, scratch);
 }
 
 ReplaceFailure replace_file(const char* path, const char* scratch,
                             ScratchName kind, std::string_view content,
-                            std::optional<mode_t> mode)
+                            std::optional<FileOwner> owner, mode_t new_file)
 {
-    UniqueFd fd = create_scratch(scratch, kind, mode);
+    UniqueFd fd = create_scratch(scratch, kind, owner, new_file);
     if (!fd)
     {
         return ReplaceFailure::scratch;

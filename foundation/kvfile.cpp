@@ -2,7 +2,10 @@
 // Key=value configuration files: the one reader, writer and deleter behind
 // every settings file of the BMC. Lines are handled in pieces of at most 255
 // characters and split at their first separator; key and value are trimmed.
+#include "foundation/kvfile.h"
+
 #include "foundation/atomic_replace.h"
+#include "foundation/consumer_text.h"
 #include "foundation/resources.h"
 #include "foundation/scratch_rewrite.h"
 
@@ -132,8 +135,8 @@ struct Original
 {
     std::string text;
     bool regular = false;
-    bool read_failed = false;   // of a regular file: its content is unknown
-    std::optional<mode_t> mode; // the file's; none for a new file
+    bool read_failed = false; // of a regular file: its content is unknown
+    std::optional<kv::detail::FileOwner> owner; // none for a new file
 };
 
 // One open, one fstat and, for a file of the size fstat gave, one read: a
@@ -148,10 +151,7 @@ Original read_original(const char* path)
         return original;
     }
     original.regular = S_ISREG(info.st_mode);
-    if (original.regular)
-    {
-        original.mode = info.st_mode & 07777;
-    }
+    original.owner = kv::detail::owner_of(info);
     size_t want =
         original.regular ? static_cast<size_t>(info.st_size) + 1 : kReadChunk;
     size_t used = 0;
@@ -182,15 +182,16 @@ Original read_original(const char* path)
 // The new content replaces `path` through a scratch file
 // "<path>_<microseconds>".
 int replace_with(const char* path, std::string_view content,
-                 std::optional<mode_t> mode)
+                 const Original& original, mode_t new_file)
 {
     char name[PATH_MAX];
     if (!kv::detail::scratch_name_for(path, name))
     {
         return KV_CONF_FAILED;
     }
-    return kv::detail::settings_result(kv::detail::replace_file(
-        path, name, kv::detail::ScratchName::unique, content, mode));
+    return kv::detail::settings_result(
+        kv::detail::replace_file(path, name, kv::detail::ScratchName::unique,
+                                 content, original.owner, new_file));
 }
 
 // The first line holding `key` becomes `new_line`; later lines, duplicates
@@ -306,12 +307,17 @@ extern "C" int read_conf_value(const char* path, const char* key, char* value)
 }
 
 // An unchanged value leaves the file, and its modification time, alone.
-extern "C" int write_conf_value_safe(const char* path, const char* key,
-                                     const char* value, char sep)
+int kv::detail::write_setting(const char* path, const char* key,
+                              const char* value, char sep, mode_t new_file)
 {
     if (path == nullptr || key == nullptr || value == nullptr)
     {
-        return -1;
+        return KV_CONF_FAILED;
+    }
+    if (!fits_setting(key, value, sep))
+    {
+        errno = EINVAL;
+        return KV_CONF_FAILED;
     }
     const Original original = read_original(path);
     const auto current = find_value(original.text, key, sep);
@@ -329,7 +335,14 @@ extern "C" int write_conf_value_safe(const char* path, const char* key,
     return replace_with(
         path,
         with_setting(original.regular ? original.text : "", key, sep, new_line),
-        original.mode);
+        original, new_file);
+}
+
+extern "C" int write_conf_value_safe(const char* path, const char* key,
+                                     const char* value, char sep)
+{
+    return kv::detail::write_setting(path, key, value, sep,
+                                     kv::detail::kPublicFile);
 }
 
 extern "C" int write_conf_value(const char* path, const char* key,
@@ -356,5 +369,5 @@ extern "C" int delete_conf_value_safe(const char* path, const char* key,
     }
     return replace_with(
         path, without_key(original.regular ? original.text : "", key, sep),
-        original.mode);
+        original, kv::detail::kPublicFile);
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Classified persistent log: one live file per log type, archived to the SD
 // card and restarted once it reaches 4 MiB.
+#include "foundation/consumer_text.h"
 #include "foundation/resources.h"
 
 #include <libkv/foundation.h>
@@ -183,9 +184,11 @@ extern "C" int log_call(int type, const char* format, ...)
     }
     char stamp[64];
     get_timestamp_string(stamp);
+    // A caller's text with a line break in it stays on this line.
+    const std::string text = kv::detail::one_line(message, sizeof message - 1);
     char line[sizeof stamp + sizeof message + 1];
     const int length =
-        std::snprintf(line, sizeof line, "%s-%s\n", stamp, message);
+        std::snprintf(line, sizeof line, "%s-%s\n", stamp, text.c_str());
     write_line(live.get(), line, static_cast<size_t>(length));
     return 0;
 }

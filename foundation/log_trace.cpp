@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Plain trace (/tmp/log) and raw trace (/tmp/log-bmc). Every message opens,
 // appends and closes, so several processes can share one file.
+#include "foundation/consumer_text.h"
 #include "foundation/resources.h"
 #include "foundation/trace_log.h"
 
@@ -31,6 +32,9 @@ extern "C" int veldmarkeLog(const char* format, va_list args)
 {
     char message[1024];
     std::vsnprintf(message, sizeof message, format, args);
+    // A login name with a line break in it must not start a line of its
+    // own: it would read as another event.
+    const std::string line = kv::detail::one_line(message, sizeof message - 1);
 
     kv::detail::UniqueFile log =
         kv::detail::open_file(kv::detail::kTraceLogPath, "a");
@@ -40,7 +44,7 @@ extern "C" int veldmarkeLog(const char* format, va_list args)
     }
     const kv::detail::TraceTimestamp stamp;
     std::fprintf(log.get(), "[%d] %s %s\n", static_cast<int>(getpid()),
-                 stamp.text, message);
+                 stamp.text, line.c_str());
     return std::fclose(log.release());
 }
 

@@ -62,7 +62,8 @@ int settings_result(ReplaceFailure failure)
 
 int rewrite_via_scratch(
     const char* path,
-    const std::function<void(std::FILE* from, std::FILE* to)>& copy)
+    const std::function<void(std::FILE* from, std::FILE* to)>& copy,
+    mode_t new_file)
 {
     char name[PATH_MAX];
     if (!scratch_name_for(path, name))
@@ -70,11 +71,13 @@ int rewrite_via_scratch(
         return KV_CONF_FAILED;
     }
     UniqueFile original = open_original(path);
-    return settings_result(
-        replace_file(path, name, ScratchName::unique, [&](std::FILE* scratch) {
+    return settings_result(replace_file(
+        path, name, ScratchName::unique,
+        [&](std::FILE* scratch) {
             copy(original.get(), scratch);
             return !original || std::ferror(original.get()) == 0;
-        }));
+        },
+        new_file));
 }
 
 } // namespace kv::detail

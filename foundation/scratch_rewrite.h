@@ -23,10 +23,12 @@ int settings_result(ReplaceFailure failure);
 // `copy` writes the edited text of `path` (given as null when the file does
 // not exist yet, which counts as empty) into the scratch file, which then
 // replaces `path`. A read or write error leaves the old file in place.
+// A new file gets `new_file` as its permissions.
 // 0, KV_CONF_FAILED (no scratch file, I/O error) or KV_CONF_RENAME_FAILED;
 // errno holds the cause of a failure.
 int rewrite_via_scratch(
     const char* path,
-    const std::function<void(std::FILE* from, std::FILE* to)>& copy);
+    const std::function<void(std::FILE* from, std::FILE* to)>& copy,
+    mode_t new_file);
 
 } // namespace kv::detail

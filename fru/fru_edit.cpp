@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Changing the FRU: one field of the image already on a device, or the whole
 // image from fru.ini.
+#include "foundation/consumer_text.h"
 #include "fru/fru_device_table.h"
 
 #include <libkv/fru.h>
@@ -108,8 +109,13 @@ int modify_section(const char* value, int id)
     {
         return 0;
     }
-    // A 64-character value wraps the type/length byte to 0 (absent).
+    // The type/length byte holds 63 characters at most: a longer value
+    // would wrap it into another type or length.
     const std::size_t length = std::strlen(value);
+    if (length > kv::detail::kFruFieldLongest)
+    {
+        return -1;
+    }
     *field.type_len = static_cast<uint8_t>(KV_FRU_TYPE_ASCII + length);
     std::memcpy(field.data, value,
                 std::min<std::size_t>(length, KV_FRU_FIELD_BYTES));
@@ -123,7 +129,8 @@ int fru_modify_key(int id, const char* section, const char* key,
     {
         return KV_FRU_EDIT_NO_SEGMENT;
     }
-    if (section == nullptr || key == nullptr || value == nullptr)
+    if (section == nullptr || key == nullptr || value == nullptr ||
+        std::strlen(value) > kv::detail::kFruFieldLongest)
     {
         return KV_FRU_EDIT_NULL_ARGUMENT;
     }

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // Mail alert settings: the mail client's resource file, where settings the
 // client does not know stand on comment lines, and the shared record.
+#include "foundation/atomic_replace.h"
 #include "foundation/byte_order.h"
+#include "foundation/consumer_text.h"
+#include "foundation/kvfile.h"
 #include "services/mail_record.h"
 
 #include <libkv/foundation.h>
@@ -10,11 +13,14 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace
 {
@@ -39,23 +45,65 @@ constexpr const char* kRecipientsKey = "#user-recv";
 constexpr const char* kActiveKey = "#active";
 constexpr const char* kErrorLevelKey = "#error-level";
 
+// Notes for the library on comment lines, which the client skips: as they
+// stand.
 template <size_t N>
-bool read_key(const char* path, const char* key, char (&value)[N])
+bool read_note(const char* path, const char* key, char (&value)[N])
 {
     return read_conf_value_safe(path, key, value, N, '=') == 0;
 }
 
-// A text field of a record that came from elsewhere: it may fill its field
-// without a terminator.
+// The client's own settings (and the credentials kept for it while the
+// login is off), in its quoting.
 template <size_t N>
-std::string text_of(const char (&field)[N])
+bool read_setting(const char* path, const char* key, char (&value)[N])
 {
-    return std::string(field, strnlen(field, N));
+    char raw[kTextSize];
+    if (!read_note(path, key, raw))
+    {
+        return false;
+    }
+    std::snprintf(value, N, "%s", kv::detail::mail_rc_decoded(raw).c_str());
+    return true;
 }
 
-void write_key(const char* path, const char* key, const std::string& value)
+// A text field of the record: none when it fills its field without a
+// terminator or holds a control character (a line break would start a
+// line of its own), since the file could not give it back.
+template <size_t N>
+std::optional<std::string> text_of(const char (&field)[N])
 {
-    write_conf_value(path, key, value.c_str());
+    const std::string_view text(field, strnlen(field, N));
+    if (text.size() == N ||
+        std::any_of(text.begin(), text.end(), kv::detail::is_control))
+    {
+        return std::nullopt;
+    }
+    return std::string(text);
+}
+
+// One step of a write: a key set to a value, or deleted (no value).
+struct Step
+{
+    const char* key;
+    std::optional<std::string> value;
+};
+
+// A client setting in the client's quoting.
+Step setting(const char* key, const std::string& value)
+{
+    return {key, kv::detail::mail_rc_encoded(value)};
+}
+
+// A note: its line is a comment to the client, which would still join the
+// next line to it after a final backslash.
+std::optional<Step> note(const char* key, const std::string& value)
+{
+    if (!value.empty() && value.back() == '\\')
+    {
+        return std::nullopt;
+    }
+    return Step{key, value};
 }
 
 // "smtps://host:port", "smtp://host:port" or "host:port"; a missing port is
@@ -106,28 +154,94 @@ void read_recipients(char* list, MailConfig& config)
     }
 }
 
-std::string server_value(const MailConfig& config)
+// The server is read back up to its first ':'.
+std::optional<std::string> server_value(const MailConfig& config)
 {
+    const auto server = text_of(config.server);
+    if (!server || server->find(':') != std::string::npos)
+    {
+        return std::nullopt;
+    }
     const bool tls = le32(config.tls) != 0;
     unsigned port = le32(config.port);
     if (port == 0)
     {
         port = tls ? kSmtpsPort : kSmtpPort;
     }
-    return (tls ? "smtps://" : "smtp://") + text_of(config.server) + ":" +
+    return (tls ? "smtps://" : "smtp://") + *server + ":" +
            std::to_string(port);
 }
 
-std::string recipients_value(const MailConfig& config)
+// The list is read back split at its blanks.
+std::optional<std::string> recipients_value(const MailConfig& config)
 {
-    std::string list = text_of(config.recipients[0]);
-    for (size_t slot = 1; slot < 5 && config.recipients[slot][0] != '\0';
-         ++slot)
+    std::string list;
+    for (size_t slot = 0; slot < 5; ++slot)
     {
-        list += ' ';
-        list += text_of(config.recipients[slot]);
+        const auto recipient = text_of(config.recipients[slot]);
+        if (!recipient || recipient->find(' ') != std::string::npos)
+        {
+            return std::nullopt;
+        }
+        if (slot > 0 && recipient->empty())
+        {
+            break;
+        }
+        list += (slot > 0 ? " " : "") + *recipient;
     }
-    return list.substr(0, kTextSize - 1);
+    return list;
+}
+
+// Every step of a write, in order; none when a value could not be read
+// back as it was given.
+std::optional<std::vector<Step>> steps_for(const MailConfig& config)
+{
+    const auto server = server_value(config);
+    const auto user = text_of(config.user);
+    const auto password = text_of(config.password);
+    const auto recipients = recipients_value(config);
+    const auto active = text_of(config.active);
+    if (!server || !user || !password || !recipients || !active)
+    {
+        return std::nullopt;
+    }
+    std::vector<Step> steps{setting(kServerKey, *server)};
+    if (le32(config.authentication) != 0)
+    {
+        steps.insert(steps.end(), {{kKeptUserKey, std::nullopt},
+                                   {kKeptPasswordKey, std::nullopt},
+                                   setting(kFromKey, *user),
+                                   setting(kAuthKey, "login"),
+                                   setting(kUserKey, *user),
+                                   setting(kPasswordKey, *password)});
+    }
+    else
+    {
+        for (const char* key : {kFromKey, kAuthKey, kUserKey, kPasswordKey})
+        {
+            steps.push_back({key, std::nullopt});
+        }
+        steps.push_back(setting(kKeptUserKey, *user));
+        steps.push_back(setting(kKeptPasswordKey, *password));
+    }
+    for (const auto& kept :
+         {note(kRecipientsKey, *recipients), note(kActiveKey, *active),
+          note(kErrorLevelKey, std::to_string(le32(config.error_level)))})
+    {
+        if (!kept)
+        {
+            return std::nullopt;
+        }
+        steps.push_back(*kept);
+    }
+    for (const Step& step : steps)
+    {
+        if (step.value && !kv::detail::fits_setting(step.key, *step.value, '='))
+        {
+            return std::nullopt;
+        }
+    }
+    return steps;
 }
 
 } // namespace
@@ -147,29 +261,29 @@ extern "C" int read_email_config(const char* path, MailConfig* config)
     std::memset(config->user, 0, 4);
 
     char text[kTextSize];
-    if (read_key(path, kServerKey, text))
+    if (read_setting(path, kServerKey, text))
     {
         read_server(text, *config);
     }
     char auth[32] = "";
-    read_key(path, kAuthKey, auth);
-    read_key(path, kUserKey, config->user);
-    read_key(path, kPasswordKey, config->password);
+    read_setting(path, kAuthKey, auth);
+    read_setting(path, kUserKey, config->user);
+    read_setting(path, kPasswordKey, config->password);
     const bool login = auth[0] != '\0' || config->user[0] != '\0' ||
                        config->password[0] != '\0';
     store_le32(config->authentication, login ? 1 : 0);
     if (!login)
     {
-        read_key(path, kKeptUserKey, config->user);
-        read_key(path, kKeptPasswordKey, config->password);
+        read_setting(path, kKeptUserKey, config->user);
+        read_setting(path, kKeptPasswordKey, config->password);
     }
-    if (read_key(path, kRecipientsKey, text))
+    if (read_note(path, kRecipientsKey, text))
     {
         read_recipients(text, *config);
     }
-    read_key(path, kActiveKey, config->active);
+    read_note(path, kActiveKey, config->active);
     char level[32];
-    if (read_key(path, kErrorLevelKey, level))
+    if (read_note(path, kErrorLevelKey, level))
     {
         store_le32(config->error_level,
                    static_cast<uint32_t>(std::atoi(level)));
@@ -177,7 +291,9 @@ extern "C" int read_email_config(const char* path, MailConfig* config)
     return 0;
 }
 
-// Key by key; the result of each write is not looked at.
+// Key by key, each key's result not looked at; but a record the file could
+// not give back exactly is refused before the first key is written. The
+// file holds a password: a new one is the owner's alone.
 extern "C" int write_email_config(const char* path, const MailConfig* config)
 {
     if (config == nullptr)
@@ -185,30 +301,23 @@ extern "C" int write_email_config(const char* path, const MailConfig* config)
         return -1;
     }
     path = path != nullptr ? path : kDefaultPath;
-    write_key(path, kServerKey, server_value(*config));
-    const std::string user = text_of(config->user);
-    const std::string password = text_of(config->password);
-    if (le32(config->authentication) != 0)
+    const auto steps = steps_for(*config);
+    if (!steps)
     {
-        delete_conf_value_safe(path, kKeptUserKey, '=');
-        delete_conf_value_safe(path, kKeptPasswordKey, '=');
-        write_key(path, kFromKey, user);
-        write_key(path, kAuthKey, "login");
-        write_key(path, kUserKey, user);
-        write_key(path, kPasswordKey, password);
+        return -1;
     }
-    else
+    for (const Step& step : *steps)
     {
-        for (const char* key : {kFromKey, kAuthKey, kUserKey, kPasswordKey})
+        if (step.value)
         {
-            delete_conf_value_safe(path, key, '=');
+            kv::detail::write_setting(path, step.key, step.value->c_str(), '=',
+                                      kv::detail::kPrivateFile);
         }
-        write_key(path, kKeptUserKey, user);
-        write_key(path, kKeptPasswordKey, password);
+        else
+        {
+            delete_conf_value_safe(path, step.key, '=');
+        }
     }
-    write_key(path, kRecipientsKey, recipients_value(*config));
-    write_key(path, kActiveKey, text_of(config->active));
-    write_key(path, kErrorLevelKey, std::to_string(le32(config->error_level)));
     return 0;
 }
 

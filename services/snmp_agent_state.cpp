@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Whether the agent runs: the #protocolEnabled switch of snmpd.conf, the
 // systemd unit, and the unit's entry in /etc/oem_bmc.conf.
+#include "foundation/atomic_replace.h"
+#include "foundation/kvfile.h"
 #include "services/snmp_conf.h"
 
 #include <libkv/foundation.h>
@@ -63,8 +65,9 @@ extern "C" int snmp_service_status_set(int actions)
         }
         if (action.protocol_enabled != nullptr)
         {
-            write_conf_value(kv::services::kSnmpdConf, kSwitch,
-                             action.protocol_enabled);
+            kv::detail::write_setting(kv::services::kSnmpdConf, kSwitch,
+                                      action.protocol_enabled, '=',
+                                      kv::detail::kPrivateFile);
         }
         if (action.command != nullptr)
         {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The v1/v2c community: the first "com2sec ... default" line of snmpd.conf.
+#include "foundation/consumer_text.h"
 #include "services/snmp_conf.h"
 
 #include <libkv/foundation.h>
@@ -15,26 +16,6 @@ namespace
 
 constexpr size_t kCommunityMax = 127; // what the getter reads back
 
-// One token of printable characters that the getter reads back whole: a
-// blank or a line break would end it early or start a line of its own.
-bool is_community(const char* text)
-{
-    const size_t length = std::strlen(text);
-    if (length == 0 || length > kCommunityMax)
-    {
-        return false;
-    }
-    for (size_t at = 0; at < length; ++at)
-    {
-        const auto byte = static_cast<unsigned char>(text[at]);
-        if (byte <= ' ' || byte == 0x7f)
-        {
-            return false;
-        }
-    }
-    return true;
-}
-
 } // namespace
 
 extern "C" int snmp_community_get(char* community, unsigned size)
@@ -49,7 +30,10 @@ extern "C" int snmp_community_get(char* community, unsigned size)
 
 extern "C" int snmp_community_set(const char* community)
 {
-    if (community == nullptr || !is_community(community))
+    // One word: a blank or a line break would end it early or start a line
+    // of its own.
+    if (community == nullptr ||
+        !kv::detail::is_config_token(community, kCommunityMax))
     {
         return KV_SNMP_FAILED;
     }

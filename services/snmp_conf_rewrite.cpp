@@ -70,9 +70,11 @@ int rewrite_snmpd_conf(const std::function<LineFate(const char* line)>& fate,
                        const char* new_line)
 {
     return kv::detail::rewrite_via_scratch(
-        kSnmpdConf, [&](std::FILE* from, std::FILE* to) {
+        kSnmpdConf,
+        [&](std::FILE* from, std::FILE* to) {
             copy_edited(from, to, fate, new_line);
-        });
+        },
+        kv::detail::kPrivateFile);
 }
 
 } // namespace kv::services

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SNMPv3: the engine id, and the users of the createUser lines.
+#include "foundation/consumer_text.h"
 #include "services/snmp_conf.h"
 
 #include <libkv/foundation.h>
@@ -124,14 +125,17 @@ extern "C" int snmp_v3_user_free(SNMP_V3_USER** head)
 }
 
 // The name and pass phrase come from a remote administrator: they reach
-// the tool as arguments of their own, never through a shell.
+// the tool as arguments of their own, never through a shell, and only in a
+// form the tool takes for a name and writes into the agent's files as one
+// word (the name) or one quoted string (the pass phrase).
 extern "C" int snmp_v3_user_add(const char* name, const char* password,
                                 SNMP_V3_AUTHEN authen, SNMP_V3_ENCRYPT encrypt)
 {
     const char* auth_text = snmp_v3_authen_itoa(authen);
     const char* priv_text = snmp_v3_encrypt_itoa(encrypt);
-    if (name == nullptr || name[0] == '\0' || password == nullptr ||
-        password[0] == '\0' || auth_text == nullptr || priv_text == nullptr)
+    if (name == nullptr || !kv::detail::is_snmp_user_name(name) ||
+        password == nullptr || !kv::detail::is_snmp_pass_phrase(password) ||
+        auth_text == nullptr || priv_text == nullptr)
     {
         return KV_SNMP_FAILED;
     }

@@ -358,7 +358,7 @@ enum
 {
     KV_FRU_EDIT_NO_SEGMENT = -1,
     KV_FRU_EDIT_INI_UNREADABLE = -9,
-    KV_FRU_EDIT_NULL_ARGUMENT = -10,
+    KV_FRU_EDIT_NULL_ARGUMENT = -10, /* or a value of over 63 characters */
     KV_FRU_EDIT_UNKNOWN_FIELD = -14,
     KV_FRU_EDIT_INI_BUILD_FAILED = 3,
     KV_FRU_EDIT_IMAGE_UNREADABLE = 13, /* cannot be read or parsed */
@@ -373,7 +373,8 @@ KV_EXPORT int fru_modify_key(int id, const char* section, const char* key,
  * ignoring case, first match: 0..26, or KV_FRU_EDIT_UNKNOWN_FIELD. */
 KV_EXPORT int fru_get_param_id(const char* section, const char* key);
 /* Sets field `id` of the record from `value` (id 3, the board time, and
- * unknown ids change nothing): 0. */
+ * unknown ids change nothing): 0; -1, with the field left alone, for a
+ * string of over 63 characters, which its type/length byte cannot hold. */
 KV_EXPORT int modify_section(const char* value, int id);
 /* Rebuilds the image from ./fru.ini and writes it to FRU device deviceid:
  * write_to_fru's result, KV_FRU_EDIT_INI_UNREADABLE or

@@ -86,9 +86,10 @@ TEST_F(SystemCalls, KeyValueFilesReadOnceAndReplaceWithOneWrite)
     EXPECT_EQ(unchanged.size(), 4u) << joined(unchanged);
 
     // The file read once (open, size and mode, read, close), the scratch
-    // file created, given the mode, written, synced and closed, the rename.
+    // file created, given the owner and the mode, written, synced and
+    // closed, the rename.
     const auto changed = syscalls_of("write_conf_value");
-    EXPECT_EQ(changed.size(), 10u) << joined(changed);
+    EXPECT_EQ(changed.size(), 11u) << joined(changed);
     EXPECT_EQ(std::count(changed.begin(), changed.end(), "openat"), 2)
         << joined(changed);
     EXPECT_EQ(std::count(changed.begin(), changed.end(), "fsync"), 1)

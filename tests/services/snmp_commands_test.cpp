@@ -45,8 +45,8 @@ TEST_F(RecordingTools, StatusActionsRunInTheirOrder)
 // them stays text.
 TEST_F(RecordingTools, UserAddPassesEachValueAsOneArgument)
 {
-    const std::string name = "op $(touch /tmp/owned);`id` 'x\"";
-    const std::string pass = "pa ss;rm -rf /tmp/calls";
+    const std::string name = "op$(touch${IFS}/tmp/owned);`id`";
+    const std::string pass = "pa$s;rm${IFS}-rf${IFS}/tmp/calls";
     ASSERT_EQ(0, snmp_v3_user_add(name.c_str(), pass.c_str(),
                                   SNMP_V3_AUTHEN_SHA_512, SNMP_V3_ENCRYPT_AES));
     EXPECT_EQ("-A\n" + pass + "\n-X\n" + pass + "\n-a\nSHA-512\n-x\nAES\n" +

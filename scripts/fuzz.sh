@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 root=$PWD
 seconds=${1:-60}
 targets="fru_image fru_ini sel_parse nail_rc snmpd_conf access_files
-access_text kvfile bonding kernel_log"
+access_text kvfile kvfile_write bonding kernel_log"
 command -v clang++ >/dev/null || {
     echo "fuzz.sh needs clang (Debian package clang)" >&2
     exit 1

@@ -37,6 +37,46 @@ bool is_word(std::string_view text, std::string_view refused)
     });
 }
 
+// `text` with each character that `pick` picks written as "\n", "\r",
+// "\t" or "\xHH".
+template <typename Pick>
+std::string escaped(std::string_view text, Pick pick)
+{
+    std::string out;
+    out.reserve(text.size());
+    for (const char c : text)
+    {
+        if (!pick(c))
+        {
+            out += c;
+            continue;
+        }
+        switch (c)
+        {
+            case '\n':
+                out += "\\n";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
+            default:
+                char code[5];
+                std::snprintf(code, sizeof code, "\\x%02x",
+                              static_cast<unsigned char>(c));
+                out += code;
+        }
+    }
+    return out;
+}
+
+bool is_line_break(char c)
+{
+    return c == '\n' || c == '\r';
+}
+
 } // namespace
 
 bool is_control(char c)
@@ -74,8 +114,8 @@ bool is_snmp_pass_phrase(std::string_view phrase)
 
 // Outside quotes the client takes a backslash as "the next character as it
 // is"; inside single quotes only "\'" is special. The value goes in single
-// quotes with each quote and backslash escaped outside them: it 's -> 'it
-// '\''s'.
+// quotes, with each quote and backslash escaped outside them: it's becomes
+// 'it'\''s'.
 std::string mail_rc_encoded(std::string_view value)
 {
     if (value.find_first_of(" '\"\\;") == value.npos)
@@ -127,51 +167,6 @@ std::string mail_rc_decoded(std::string_view text)
     }
     return out;
 }
-
-namespace
-{
-
-// `text` with each character that `escaped` picks written as "\n", "\r",
-// "\t" or "\xHH".
-template <typename Pick>
-std::string escaped(std::string_view text, Pick escaped)
-{
-    std::string out;
-    out.reserve(text.size());
-    for (const char c : text)
-    {
-        if (!escaped(c))
-        {
-            out += c;
-            continue;
-        }
-        switch (c)
-        {
-            case '\n':
-                out += "\\n";
-                break;
-            case '\r':
-                out += "\\r";
-                break;
-            case '\t':
-                out += "\\t";
-                break;
-            default:
-                char code[5];
-                std::snprintf(code, sizeof code, "\\x%02x",
-                              static_cast<unsigned char>(c));
-                out += code;
-        }
-    }
-    return out;
-}
-
-bool is_line_break(char c)
-{
-    return c == '\n' || c == '\r';
-}
-
-} // namespace
 
 std::string visible_text(std::string_view text)
 {

@@ -194,6 +194,19 @@ int replace_with(const char* path, std::string_view content,
                                  content, original.owner, new_file));
 }
 
+// A line as a C-string copy writes it, up to its first NUL, but with its
+// line end: the rest of a line after a NUL must not join the next line to
+// it and make a setting of the two.
+void append_line(std::string& out, std::string_view line)
+{
+    const std::string_view text = as_text(line);
+    out += text;
+    if (text.size() < line.size() && line.back() == '\n')
+    {
+        out += '\n';
+    }
+}
+
 // The first line holding `key` becomes `new_line`; later lines, duplicates
 // included, are copied unexamined. Without such a line `new_line` is
 // appended, on a line of its own even when the file lacks a final newline.
@@ -203,7 +216,6 @@ std::string with_setting(std::string_view text, const char* key, char sep,
     std::string out;
     out.reserve(text.size() + new_line.size() + 1);
     bool replaced = false;
-    char last = '\n';
     Lines lines(text);
     for (std::string_view line; lines.next(line);)
     {
@@ -213,16 +225,11 @@ std::string with_setting(std::string_view text, const char* key, char sep,
             replaced = true;
             continue;
         }
-        line = as_text(line);
-        out += line;
-        if (!line.empty())
-        {
-            last = line.back();
-        }
+        append_line(out, line);
     }
     if (!replaced)
     {
-        if (last != '\n')
+        if (!out.empty() && out.back() != '\n')
         {
             out += '\n';
         }
@@ -240,7 +247,7 @@ std::string without_key(std::string_view text, const char* key, char sep)
     {
         if (!line_has_key(line, key, sep))
         {
-            out += as_text(line);
+            append_line(out, line);
         }
     }
     return out;

@@ -351,11 +351,15 @@ TEST(HostileText, SecretFilesStayPrivateToTheirGroup)
     MailConfig config{};
     std::strcpy(config.server, "mail.example");
     ASSERT_EQ(0, write_email_config(kRc, &config));
+    // Permissions and group of a file.
+    const auto access_of = [](const char* path) {
+        struct stat info = {};
+        EXPECT_EQ(0, ::stat(path, &info)) << path;
+        return std::pair<unsigned, unsigned>(info.st_mode & 07777, info.st_gid);
+    };
     for (const char* path : {kConf, kRc})
     {
-        struct stat info = {};
-        ASSERT_EQ(0, ::stat(path, &info));
-        EXPECT_EQ(0600u, info.st_mode & 07777) << path;
+        EXPECT_EQ(0600u, access_of(path).first) << path;
         ASSERT_EQ(0, ::chown(path, 0, 123));
         ASSERT_EQ(0, ::chmod(path, 0640));
     }
@@ -364,10 +368,7 @@ TEST(HostileText, SecretFilesStayPrivateToTheirGroup)
     ASSERT_EQ(0, write_email_config(kRc, &config));
     for (const char* path : {kConf, kRc})
     {
-        struct stat info = {};
-        ASSERT_EQ(0, ::stat(path, &info));
-        EXPECT_EQ(0640u, info.st_mode & 07777) << path;
-        EXPECT_EQ(123u, info.st_gid) << path;
+        EXPECT_EQ(std::make_pair(0640u, 123u), access_of(path)) << path;
     }
 }
 

@@ -14,6 +14,5 @@ if [ ! -x "$tools/root/usr/sbin/i2ctransfer" ]; then
     (cd "$tools" && apt-get download -qq i2c-tools:armhf)
     dpkg-deb -x "$tools"/i2c-tools_*_armhf.deb "$tools/root"
 fi
-[ -f "$dir/build.ninja" ] ||
-    meson setup "$dir" --cross-file cross/armhf.txt \
-        -Di2c_tools="$PWD/$tools/root/usr/sbin" >/dev/null
+sh scripts/configure.sh "$dir" --cross-file cross/armhf.txt \
+    -Di2c_tools="$PWD/$tools/root/usr/sbin"

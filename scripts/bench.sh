@@ -9,9 +9,8 @@
 # to the benchmarks but the last, e.g. --benchmark_repetitions=3.
 set -eu
 cd "$(dirname "$0")/.."
-sh scripts/setup.sh
-[ -f build-bench/build.ninja ] ||
-    meson setup build-bench -Dbench=true --buildtype=release >/dev/null
+sh scripts/setup.sh bench
+sh scripts/configure.sh build-bench -Dbench=true --buildtype=release
 meson compile -C build-bench -j 2 bench/sel_text_bench bench/fru_parse_bench \
     bench/event_forwarding_bench bench/log_bench bench/kvfile_bench \
     bench/access_bench tools/kvsandbox >/dev/null

@@ -4,9 +4,8 @@
 # line and branch coverage of each source folder.
 set -eu
 cd "$(dirname "$0")/.."
-sh scripts/setup.sh
-[ -f build-coverage/build.ninja ] ||
-    meson setup build-coverage -Db_coverage=true >/dev/null
+sh scripts/setup.sh coverage
+sh scripts/configure.sh build-coverage -Db_coverage=true
 meson compile -C build-coverage >/dev/null
 find build-coverage -name '*.gcda' -delete
 # The export list is left out: the counters add symbols of their own.

@@ -9,15 +9,11 @@ set -eu
 cd "$(dirname "$0")/.."
 root=$PWD
 seconds=${1:-60}
-targets="fru_image fru_ini sel_parse nail_rc snmpd_conf access_files
-access_text kvfile kvfile_write bonding kernel_log"
-command -v clang++ >/dev/null || {
-    echo "fuzz.sh needs clang (Debian package clang)" >&2
-    exit 1
-}
-[ -f build-fuzz/build.ninja ] ||
-    CC=clang CXX=clang++ meson setup build-fuzz -Dfuzz=true \
-        -Db_sanitize=address,undefined >/dev/null
+# The targets are the sources fuzz/<target>_fuzz.cpp.
+targets=$(ls fuzz/*_fuzz.cpp | sed 's|fuzz/\(.*\)_fuzz\.cpp|\1|')
+sh scripts/setup.sh fuzz
+CC=clang CXX=clang++ sh scripts/configure.sh build-fuzz -Dfuzz=true \
+    -Db_sanitize=address,undefined
 for name in $targets; do
     out=$(meson compile -C build-fuzz "fuzz/fuzz_$name" 2>&1) || {
         echo "$out" | tail -30

@@ -1,25 +1,52 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
-# Builds libkv twice, plain and with the address and undefined-behaviour
-# sanitizers, runs the whole test suite on both builds, then cross-builds
-# for armhf and runs the suite under qemu-arm, boots an emulated AST2600 BMC
-# that runs the hardware tests against the kernel's own drivers, then every
-# fuzz target for 20 s on a clang build with the same sanitizers.
+# The test command. It runs the stages named, or all of them in this order:
+#   plain     build libkv and run the whole suite
+#   sanitize  the same with the address and undefined-behaviour sanitizers
+#   armhf     cross-build for the BMC's 32-bit ARM, run the suite under qemu-arm
+#   bmc       boot an emulated AST2600 BMC, run the hardware tests on its kernel
+#   fuzz      every fuzz target for 20 s on a clang build with the sanitizers
+# and ends with the time each stage took.
+#   sh scripts/test.sh [plain|sanitize|armhf|bmc|fuzz]...
 set -eu
 cd "$(dirname "$0")/.."
-sh scripts/setup.sh
+
+stages=${*:-plain sanitize armhf bmc fuzz}
+for stage in $stages; do
+    case $stage in
+    plain | sanitize | armhf | bmc | fuzz) ;;
+    *)
+        echo "test.sh: unknown stage '$stage' (plain, sanitize, armhf, bmc, fuzz)" >&2
+        exit 2
+        ;;
+    esac
+done
+# shellcheck disable=SC2086
+sh scripts/setup.sh $stages
 
 run_suite() {
     dir=$1
     shift
-    [ -f "$dir/build.ninja" ] || meson setup "$dir" "$@" >/dev/null
+    sh scripts/configure.sh "$dir" "$@"
     meson compile -C "$dir"
     meson test -C "$dir" --print-errorlogs --num-processes 2
 }
 
-run_suite build
-ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
-    run_suite build-sanitize -Db_sanitize=address,undefined
-sh scripts/test_armhf.sh
-sh scripts/test_bmc.sh
-sh scripts/fuzz.sh 20
+times=""
+for stage in $stages; do
+    start=$(date +%s)
+    case $stage in
+    plain) run_suite build ;;
+    sanitize)
+        ASAN_OPTIONS=detect_leaks=1 \
+            UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
+            run_suite build-sanitize -Db_sanitize=address,undefined
+        ;;
+    armhf) sh scripts/test_armhf.sh ;;
+    bmc) sh scripts/test_bmc.sh ;;
+    fuzz) sh scripts/fuzz.sh 20 ;;
+    esac
+    times="$times
+  $stage: $(($(date +%s) - start)) s"
+done
+echo "test.sh: every stage passed; times:$times"

@@ -4,7 +4,7 @@
 # test suite under qemu-arm user-mode emulation.
 set -eu
 cd "$(dirname "$0")/.."
-sh scripts/setup.sh
+sh scripts/setup.sh armhf
 
 dir=build-armhf
 sh scripts/armhf_setup.sh

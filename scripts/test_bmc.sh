@@ -17,6 +17,7 @@ work=$build/bmc
 time_limit=${KV_BMC_TIME_LIMIT:-300}
 multiarch=arm-linux-gnueabihf
 
+sh scripts/setup.sh bmc
 sh scripts/armhf_setup.sh
 meson compile -C "$build" -j 2 kv fru bmc_guest_test
 
@@ -54,16 +55,18 @@ module_depends() {
         tr '\0' '\n' | sed -n 's/^depends=//p' | tr ',' ' '
 }
 # load_order: module files, each after the ones it depends on, once each.
+# Recursive without `local`, which POSIX sh lacks: a call's positional
+# parameters are its own, and a loop's words are expanded before the calls
+# inside it reuse its variable.
 load_order=""
 add_module() {
-    local file dependency
-    file=$(module_file "$1")
-    [ -n "$file" ] || { echo "test_bmc: no module $1" >&2; exit 1; }
-    case " $load_order " in *" $file "*) return ;; esac
-    for dependency in $(module_depends "$file"); do
+    set -- "$1" "$(module_file "$1")"
+    [ -n "$2" ] || { echo "test_bmc: no module $1" >&2; exit 1; }
+    case " $load_order " in *" $2 "*) return ;; esac
+    for dependency in $(module_depends "$2"); do
         add_module "$dependency"
     done
-    load_order="$load_order $file"
+    load_order="$load_order $2"
 }
 for module in i2c-aspeed i2c-dev at24 i2c-mux-pca954x bonding mdio-aspeed ftgmac100 gpio-aspeed; do
     add_module "$module"
@@ -89,18 +92,18 @@ library_dirs="/lib/$multiarch /usr/lib/$multiarch /usr/$multiarch/lib"
 needed() {
     $multiarch-readelf -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p'
 }
+# The recursive call comes last in its round of the loop: it reuses the
+# loop's variables.
 copy_libraries() {
-    local name dir
     for name in $(needed "$1"); do
         [ -e "$rootfs/usr/lib/$name" ] && continue
+        found=""
         for dir in $library_dirs; do
-            if [ -e "$dir/$name" ]; then
-                cp -L "$dir/$name" "$rootfs/usr/lib/$name"
-                copy_libraries "$rootfs/usr/lib/$name"
-                break
-            fi
+            [ -e "$dir/$name" ] && { found=$dir/$name; break; }
         done
-        [ -e "$rootfs/usr/lib/$name" ] || { echo "test_bmc: no $name" >&2; exit 1; }
+        [ -n "$found" ] || { echo "test_bmc: no $name" >&2; exit 1; }
+        cp -L "$found" "$rootfs/usr/lib/$name"
+        copy_libraries "$rootfs/usr/lib/$name"
     done
 }
 for program in "$rootfs/usr/lib/libkv.so.1" "$rootfs/bin/fru" "$rootfs/tests/bmc_guest_test"; do

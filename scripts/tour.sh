@@ -6,8 +6,8 @@
 # SNMP agent's and the mail client's settings files.
 set -eu
 cd "$(dirname "$0")/.."
-sh scripts/setup.sh
-[ -f build/build.ninja ] || meson setup build >/dev/null
+sh scripts/setup.sh tour
+sh scripts/configure.sh build
 meson compile -C build >/dev/null
 echo "==== foundation (kvsandbox)"
 build/tools/kvsandbox -- build/examples/foundation_tour

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
+#include <optional>
 #include <string>
 
 namespace kv::test
@@ -44,7 +45,6 @@ class TimeZone
         if (const char* old = std::getenv("TZ"))
         {
             saved_ = old;
-            had_ = true;
         }
         setenv("TZ", tz, 1);
         tzset();
@@ -53,20 +53,12 @@ class TimeZone
     TimeZone& operator=(const TimeZone&) = delete;
     ~TimeZone()
     {
-        if (had_)
-        {
-            setenv("TZ", saved_.c_str(), 1);
-        }
-        else
-        {
-            unsetenv("TZ");
-        }
+        saved_ ? setenv("TZ", saved_->c_str(), 1) : unsetenv("TZ");
         tzset();
     }
 
   private:
-    std::string saved_;
-    bool had_ = false;
+    std::optional<std::string> saved_;
 };
 
 // The platform segment, fresh for each test (the sandbox gives every test

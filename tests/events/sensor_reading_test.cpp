@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Raw readings to values in units, by the fields of a sensor description.
+// Raw readings to values in units, by the fields of a sensor description:
+// y = L((M * x + B) * 10^K2).
 #include "events_test.h"
 
 #include <gtest/gtest.h>
@@ -10,80 +11,62 @@
 namespace
 {
 
-SensorRecord sensor(uint16_t m, double b, int8_t k2, uint32_t format = 0,
-                    uint32_t linearization = 0)
-{
-    SensorRecord s{};
-    s.result_exponent = k2;
-    s.multiplier[0] = static_cast<uint8_t>(m);
-    s.multiplier[1] = static_cast<uint8_t>(m >> 8);
-    std::memcpy(s.offset, &b, sizeof b);
-    const uint8_t fmt[4] = {static_cast<uint8_t>(format),
-                            static_cast<uint8_t>(format >> 8), 0, 0};
-    std::memcpy(s.analog_format, fmt, sizeof fmt);
-    const uint8_t lin[4] = {static_cast<uint8_t>(linearization), 0, 0, 0};
-    std::memcpy(s.linearization, lin, sizeof lin);
-    return s;
-}
-
-TEST(SensorReading, MultiplierOffsetAndExponent)
-{
-    EXPECT_DOUBLE_EQ(sdr_convert_sensor_reading(sensor(1, 0, 0), 87), 87.0);
-    EXPECT_DOUBLE_EQ(sdr_convert_sensor_reading(sensor(1, 0, 0), 255), 255.0);
-    // M is little-endian; B stands unaligned at offset 7.
-    EXPECT_DOUBLE_EQ(sdr_convert_sensor_reading(sensor(0x1234, 0, 0), 2),
-                     2.0 * 0x1234);
-    EXPECT_DOUBLE_EQ(sdr_convert_sensor_reading(sensor(2, -1.5, -1), 10),
-                     (20 - 1.5) * 0.1);
-    EXPECT_DOUBLE_EQ(sdr_convert_sensor_reading(sensor(3, 0.5, 2), 4), 1250.0);
-}
-
-TEST(SensorReading, SignedFormats)
-{
-    const auto ones = sensor(1, 0, 0, 1);
-    EXPECT_DOUBLE_EQ(sdr_convert_sensor_reading(ones, 0xFF), 0.0); // -0
-    EXPECT_DOUBLE_EQ(sdr_convert_sensor_reading(ones, 0xFE), -1.0);
-    EXPECT_DOUBLE_EQ(sdr_convert_sensor_reading(ones, 0x80), -127.0);
-    EXPECT_DOUBLE_EQ(sdr_convert_sensor_reading(ones, 0x7F), 127.0);
-
-    const auto twos = sensor(2, 0, 0, 2);
-    EXPECT_DOUBLE_EQ(sdr_convert_sensor_reading(twos, 0xFF), -2.0);
-    EXPECT_DOUBLE_EQ(sdr_convert_sensor_reading(twos, 0x80), -256.0);
-
-    // Any other format marks a sensor that gives no analog reading.
-    EXPECT_DOUBLE_EQ(sdr_convert_sensor_reading(sensor(1, 5, 0, 3), 9), 0.0);
-    EXPECT_DOUBLE_EQ(sdr_convert_sensor_reading(sensor(1, 5, 0, 0x100), 9),
-                     0.0);
-}
-
-TEST(SensorReading, Linearisation)
+TEST(SensorReading, FormulaOfTheDescription)
 {
     const struct
     {
-        uint32_t code;
-        double expected;
+        uint16_t m;
+        double b;
+        int8_t k2;
+        uint32_t format, linearization;
+        uint8_t raw;
+        double value;
     } cases[] = {
-        {0, 8.0},
-        {1, std::log(8.0)},
-        {2, std::log10(8.0)},
-        {3, 3.0},
-        {4, std::exp(8.0)},
-        {5, 1e8},
-        {6, 256.0},
-        {7, 0.125},
-        {8, 64.0},
-        {9, 512.0},
-        {10, std::sqrt(8.0)},
-        {11, 2.0},
-        {12, 8.0},
-        {0x7F, 8.0},
-        {0x82, std::log10(8.0)}, // bit 7 is not part of the code
+        {1, 0, 0, 0, 0, 255, 255.0},
+        // M is little-endian; B stands unaligned at offset 7.
+        {0x1234, 0, 0, 0, 0, 2, 2.0 * 0x1234},
+        {2, -1.5, -1, 0, 0, 10, (20 - 1.5) * 0.1},
+        {3, 0.5, 2, 0, 0, 4, 1250.0},
+        // One's complement: 0xFF is minus zero.
+        {1, 0, 0, 1, 0, 0xFF, 0.0},
+        {1, 0, 0, 1, 0, 0xFE, -1.0},
+        {1, 0, 0, 1, 0, 0x80, -127.0},
+        {1, 0, 0, 1, 0, 0x7F, 127.0},
+        {2, 0, 0, 2, 0, 0xFF, -2.0},
+        {2, 0, 0, 2, 0, 0x80, -256.0},
+        // Any other format marks a sensor that gives no analog reading.
+        {1, 5, 0, 3, 0, 9, 0.0},
+        {1, 5, 0, 0x100, 0, 9, 0.0},
+        // Linearisation; bit 7 is not part of the code.
+        {1, 0, 0, 0, 1, 8, std::log(8.0)},
+        {1, 0, 0, 0, 2, 8, std::log10(8.0)},
+        {1, 0, 0, 0, 3, 8, 3.0},
+        {1, 0, 0, 0, 4, 8, std::exp(8.0)},
+        {1, 0, 0, 0, 5, 8, 1e8},
+        {1, 0, 0, 0, 6, 8, 256.0},
+        {1, 0, 0, 0, 7, 8, 0.125},
+        {1, 0, 0, 0, 8, 8, 64.0},
+        {1, 0, 0, 0, 9, 8, 512.0},
+        {1, 0, 0, 0, 10, 8, std::sqrt(8.0)},
+        {1, 0, 0, 0, 11, 8, 2.0},
+        {1, 0, 0, 0, 12, 8, 8.0},
+        {1, 0, 0, 0, 0x7F, 8, 8.0},
+        {1, 0, 0, 0, 0x82, 8, std::log10(8.0)},
     };
     for (const auto& c : cases)
     {
-        EXPECT_NEAR(sdr_convert_sensor_reading(sensor(1, 0, 0, 0, c.code), 8),
-                    c.expected, 1e-9 * std::fabs(c.expected))
-            << "code " << c.code;
+        SensorRecord s{};
+        s.result_exponent = c.k2;
+        s.multiplier[0] = static_cast<uint8_t>(c.m);
+        s.multiplier[1] = static_cast<uint8_t>(c.m >> 8);
+        std::memcpy(s.offset, &c.b, sizeof c.b);
+        s.analog_format[0] = static_cast<uint8_t>(c.format);
+        s.analog_format[1] = static_cast<uint8_t>(c.format >> 8);
+        s.linearization[0] = static_cast<uint8_t>(c.linearization);
+        EXPECT_NEAR(sdr_convert_sensor_reading(s, c.raw), c.value,
+                    1e-9 * std::fabs(c.value))
+            << c.m << " " << c.b << " " << int(c.k2) << " " << c.format << " "
+            << c.linearization << " " << int(c.raw);
     }
 }
 

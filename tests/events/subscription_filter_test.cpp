@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -74,31 +75,23 @@ TEST(EventTypeNames, NamesOfTheSetBitsJoinedByCommas)
     EXPECT_EQ(type_names(0x04, "x"), "xResourceAdded");
 }
 
-TEST(EventTypeFilter, ThresholdGenericAndSensorSpecificEventsNeedTheAlertBit)
+TEST(EventTypeFilter, AlertForThresholdGenericAndSensorSpecificEvents)
 {
-    for (const uint8_t type : {0x01, 0x02, 0x0C, 0x6F, 0x81, 0xEF})
+    // Other events need one of the four resource bits.
+    for (const uint8_t type :
+         {0x01, 0x02, 0x0C, 0x6F, 0x81, 0xEF, 0x00, 0x0D, 0x6E, 0x70, 0xF0})
     {
+        const bool alert = (type & 0x7F) == 0x6F ||
+                           ((type & 0x7F) >= 0x01 && (type & 0x7F) <= 0x0C);
         Event event{.event_type = type};
-        EXPECT_EQ(check_event_subscription_type(0x0F, event.record()), -1)
-            << int(type);
-        EXPECT_EQ(check_event_subscription_type(0x10, event.record()), 0)
-            << int(type);
-    }
-}
-
-TEST(EventTypeFilter, OtherEventsNeedAResourceBit)
-{
-    for (const uint8_t type : {0x00, 0x0D, 0x6E, 0x70, 0x7F, 0xF0})
-    {
-        Event event{.event_type = type};
-        EXPECT_EQ(check_event_subscription_type(0x10, event.record()), -1)
-            << int(type);
-        for (const uint8_t bit : {0x01, 0x02, 0x04, 0x08})
+        for (const uint8_t bit : {0x01, 0x02, 0x04, 0x08, 0x10})
         {
-            EXPECT_EQ(check_event_subscription_type(bit, event.record()), 0)
+            EXPECT_EQ(check_event_subscription_type(bit, event.record()),
+                      (bit == 0x10) == alert ? 0 : -1)
                 << int(type) << " " << int(bit);
         }
     }
+    EXPECT_EQ(check_event_subscription_type(0x1F, nullptr), -1);
 }
 
 TEST(SubscriptionFilter, SensorFilterUnlessEverySensor)
@@ -165,6 +158,28 @@ TEST(SubscriptionFilter, ExclusionListsBlockTheProblemsTheyName)
               1);
 }
 
+TEST(SubscriptionFilter, EveryPositionOfTheListsNamesItsEntry)
+{
+    Event event{.event_type = 0x01};
+    for (const auto table : {EventTable::generic, EventTable::sensor_specific})
+    {
+        const auto entries = kv::detail::event_entries(table);
+        for (std::size_t n = 1; n <= std::min<std::size_t>(entries.size(), 255);
+             ++n)
+        {
+            EventSubscription sub = everything();
+            auto& list = table == EventTable::generic ? sub.generic_excluded
+                                                      : sub.specific_excluded;
+            list[n % 128] = static_cast<uint8_t>(n);
+            const std::string message = "| " + std::string(entries[n - 1].text);
+            ASSERT_EQ(check_event_subscription_active(sub, event.record(),
+                                                      message.c_str()),
+                      0)
+                << message;
+        }
+    }
+}
+
 struct Problem
 {
     uint32_t code = 0;
@@ -191,12 +206,6 @@ TEST(ProblemCode, FirstTextFoundGivesTableCodeAndOffset)
     EXPECT_EQ(drive.code, 0x20000D01u);
     EXPECT_EQ(drive.text, "Drive Fault");
 
-    const kv_event_desc& vendor =
-        kv::detail::event_entries(EventTable::vendor).front();
-    const Problem oem =
-        problem_in(("OEM | " + std::string(vendor.text)).c_str());
-    EXPECT_EQ(oem.code, 0x30000000u | vendor.code << 8 | vendor.offset);
-
     // The generic table is searched first, even when a sensor-specific text
     // is in the message too.
     EXPECT_EQ(problem_in("Drive Fault, Device Present").code, 0x10000801u);
@@ -204,6 +213,31 @@ TEST(ProblemCode, FirstTextFoundGivesTableCodeAndOffset)
     const Problem unknown = problem_in("nothing known here");
     EXPECT_EQ(unknown.code, 0xFFFFFFFFu);
     EXPECT_EQ(unknown.text, "Unknown Problem");
+}
+
+// The code of every entry's text names an entry with the text found, in
+// the first table that has one.
+TEST(ProblemCode, EveryEntryTextGivesACodeOfAnEntryWithIt)
+{
+    for (const auto table :
+         {EventTable::generic, EventTable::sensor_specific, EventTable::vendor})
+    {
+        for (const auto& e : kv::detail::event_entries(table))
+        {
+            const Problem problem = problem_in(e.text);
+            EXPECT_NE(std::strstr(e.text, problem.text.c_str()), nullptr);
+            const auto found = static_cast<EventTable>(problem.code >> 28);
+            EXPECT_LE(found, table) << e.text;
+            bool named = false;
+            for (const auto& f : kv::detail::event_entries(found))
+            {
+                named |= (0x0FFFFFFFu & problem.code) ==
+                             static_cast<uint32_t>(f.code << 8 | f.offset) &&
+                         problem.text == f.text;
+            }
+            EXPECT_TRUE(named) << e.text << " " << std::hex << problem.code;
+        }
+    }
 }
 
 } // namespace

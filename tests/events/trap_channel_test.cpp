@@ -45,6 +45,11 @@ class TrapSlots : public testing::Test
     {
         return shm_ + segment::trap_slot(i);
     }
+    std::string text(unsigned i)
+    {
+        return {reinterpret_cast<char*>(slot(i) + field::kText),
+                field::kTextSize};
+    }
     uint32_t word(unsigned i, size_t at)
     {
         const uint8_t* p = slot(i) + at;
@@ -61,33 +66,23 @@ TEST_F(TrapSlots, RequestFillsTheFirstFreeSlotAndIsMarkedReady)
 {
     slot(0)[field::kState] = 1; // being written by another process
     std::memset(slot(1) + field::kText, 0xAA, field::kTextSize);
-
     EXPECT_EQ(snmpSendTrap(0x01020304, 0xA0B0C0D0, 7, "CPU0 Temp"), 0);
-
     EXPECT_EQ(word(1, field::kState), 2u);
     EXPECT_EQ(word(1, field::kCode), 0x01020304u);
     EXPECT_EQ(word(1, field::kValue), 0xA0B0C0D0u);
     EXPECT_EQ(slot(1)[field::kKind], 7);
     // The text is zero-padded over what the slot held before.
-    const std::vector<uint8_t> text(slot(1) + field::kText,
-                                    slot(1) + field::kText + field::kTextSize);
-    std::vector<uint8_t> expected(field::kTextSize, 0);
-    std::memcpy(expected.data(), "CPU0 Temp", 9);
-    EXPECT_EQ(text, expected);
+    std::string expected(field::kTextSize, '\0');
+    expected.replace(0, 9, "CPU0 Temp");
+    EXPECT_EQ(text(1), expected);
     EXPECT_EQ(word(2, field::kState), 0u);
-}
 
-TEST_F(TrapSlots, LongTextKeepsTwoHundredBytesWithoutTerminator)
-{
-    const std::string text(250, 'x');
-    slot(1)[0] = 0x5A; // the next slot's first byte must survive
-
-    snmpSendTrap(1, 2, 3, text.c_str());
-
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(slot(0) + field::kText),
-                          field::kTextSize),
-              text.substr(0, field::kTextSize));
-    EXPECT_EQ(slot(1)[0], 0x5A);
+    // A long text keeps 200 bytes, without a terminator.
+    const std::string long_text(250, 'x');
+    slot(3)[0] = 0x5A; // the next slot's first byte must survive
+    snmpSendTrap(1, 2, 3, long_text.c_str());
+    EXPECT_EQ(text(2), long_text.substr(0, field::kTextSize));
+    EXPECT_EQ(slot(3)[0], 0x5A);
 }
 
 TEST_F(TrapSlots, FullTableIsLeftAsItWas)
@@ -98,11 +93,11 @@ TEST_F(TrapSlots, FullTableIsLeftAsItWas)
         slot(i)[field::kState] = i % 2 == 0 ? 1 : 2;
         slot(i)[1] = slot(i)[2] = slot(i)[3] = 0;
     }
-    const std::vector<uint8_t> before(table(), table() + kTableSize);
-
+    // The table and the slot's worth of bytes after it.
+    const std::size_t size = kTableSize + segment::kTrapSlotSize;
+    const std::vector<uint8_t> before(table(), table() + size);
     EXPECT_EQ(snmpSendTrap(1, 2, 3, "dropped"), 0);
-
-    EXPECT_EQ(std::vector<uint8_t>(table(), table() + kTableSize), before);
+    EXPECT_EQ(std::vector<uint8_t>(table(), table() + size), before);
 }
 
 TEST(TrapFifo, CheckFifoFileAcceptsWhatExistsAndMakesWhatIsMissing)
@@ -174,6 +169,7 @@ TEST(TrapFifo, WriteMsgReportsShortAndFailedWrites)
     ASSERT_EQ(::pipe(fds), 0);
     EXPECT_EQ(snmpWriteMsg(fds[1], "trap", 4), 0);
     EXPECT_EQ(snmpWriteMsg(fds[1], "trap", -1), 1);
+    EXPECT_EQ(snmpWriteMsg(fds[1], "", 0), 0);
     char got[8] = {};
     EXPECT_EQ(::read(fds[0], got, sizeof got), 4);
     EXPECT_STREQ(got, "trap");

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Mail alert settings: the record, the mail client's resource file, and the
 // mail client itself sending through a loopback SMTP listener.
-#include "smtp_listener.h"
+#include "loopback_server.h"
 #include "test_helpers.h"
 
 #include <libkv/ipc.h>
@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
 
 namespace
 {
@@ -142,7 +143,48 @@ TEST_F(MailConfigFile, TheMailClientSendsWithTheseSettings)
 #ifndef KV_MAIL_CLIENT
     GTEST_SKIP() << "s-nail (Debian package s-nail) is not installed";
 #else
-    kv::services::test::SmtpListener listener;
+    // A mail server that takes any login, sender and recipient and keeps
+    // the lines the client sent.
+    std::string said;
+    kv::test::LoopbackServer listener([&said](kv::test::Peer& peer) {
+        peer.send("220 kv-test ESMTP\r\n");
+        int login_steps = 0; // AUTH LOGIN asks for user, then password
+        bool in_data = false;
+        for (std::string line; peer.line(line);)
+        {
+            said += line + "\n";
+            std::string reply;
+            if (in_data)
+            {
+                in_data = line != ".";
+                reply = in_data ? "" : "250 queued";
+            }
+            else if (login_steps > 0)
+            {
+                reply = --login_steps > 0 ? "334 UGFzc3dvcmQ6" : "235 ok";
+            }
+            else if (line.starts_with("AUTH LOGIN"))
+            {
+                login_steps = line == "AUTH LOGIN" ? 2 : 1;
+                reply =
+                    login_steps == 2 ? "334 VXNlcm5hbWU6" : "334 UGFzc3dvcmQ6";
+            }
+            else
+            {
+                in_data = line == "DATA";
+                reply = in_data                    ? "354 go on"
+                        : line == "QUIT"           ? "221 bye"
+                        : line.starts_with("EHLO") ? "250-kv-test\r\n"
+                                                     "250 AUTH LOGIN"
+                                                   : "250 ok";
+            }
+            peer.send(reply.empty() ? "" : reply + "\r\n");
+            if (reply == "221 bye")
+            {
+                return;
+            }
+        }
+    });
     std::strcpy(config_.server, "127.0.0.1");
     set_field(config_.port, listener.port());
     ASSERT_EQ(0, write_email_config(kNailRc, &config_));
@@ -151,7 +193,7 @@ TEST_F(MailConfigFile, TheMailClientSendsWithTheseSettings)
         "MAILRC=/var/lib/ipmi/nail.rc HOME=/tmp " KV_MAIL_CLIENT
         " -n -Ssendwait -s 'BMC alert' oncall@example.com </tmp/body 2>&1");
     EXPECT_EQ(0, sent.status) << sent.output;
-    const std::string said = listener.dialogue();
+    ASSERT_EQ(listener.served(1), 1U);
     // User and password in base64.
     EXPECT_NE(std::string::npos,
               said.find("AUTH LOGIN\nYWxlcnRzQGJtYy5leGFtcGxl\nczNjcjN0LVB3\n"))

@@ -19,6 +19,7 @@ the tests) with diff.
 import argparse
 import random
 import re
+import signal
 import subprocess
 import sys
 
@@ -71,7 +72,14 @@ def run(command, timeout):
         return -1
 
 
+def stop(signum, frame):
+    """A terminated run restores the source on its way out."""
+    raise KeyboardInterrupt
+
+
 def main():
+    signal.signal(signal.SIGTERM, stop)
+    signal.signal(signal.SIGHUP, stop)
     parser = argparse.ArgumentParser()
     parser.add_argument("files", nargs="+")
     parser.add_argument("--build", default="build")

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// Shared ground of the service tests: an agent configuration in the shape
-// the BMC ships, and stand-ins for the programs the library starts.
+// The agent configuration the BMC ships, and stand-ins for the programs the
+// library starts.
 #pragma once
 
 #include "test_helpers.h"
 
-#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <string>
 
 namespace kv::services::test
@@ -14,8 +16,7 @@ namespace kv::services::test
 
 inline constexpr const char* kSnmpdConf = "/etc/snmp/snmpd.conf";
 
-// The BMC's snmpd.conf before any setting was made: its group section has
-// the header comment and no group line yet.
+// Its group section has the header comment and no group line yet.
 inline constexpr const char* kBaseSnmpdConf =
     "agentaddress  udp:161\n"
     "sysdescr  libkv test agent\n"
@@ -28,22 +29,60 @@ inline constexpr const char* kBaseSnmpdConf =
     "view    all            included      .1\n"
     "access  my_group  \"\"  any  noauth  exact  all  none  none\n";
 
-// Stand-ins for systemctl and net-snmp-create-v3-user, first on PATH, and
-// for the platform's bonding script: each appends its arguments, one per
-// line and then a line "--", to /tmp/calls/<its name>. The bonding script
-// exits with the number in /tmp/bonding-exit, 0 without it.
+// systemctl and net-snmp-create-v3-user first on PATH, and the platform's
+// bonding script, each append their arguments, a line each, then "--", to
+// /tmp/calls/<name> in one write (some run in the background). The bonding
+// script exits with the number in /tmp/bonding-exit.
 class RecordingTools : public testing::Test
 {
   protected:
-    void SetUp() override;
-    void TearDown() override;
+    void SetUp() override
+    {
+        const std::string record =
+            "#!/bin/sh\nmkdir -p /tmp/calls\n"
+            "r=$(printf '%s\\n' \"$@\"; echo --)\n"
+            "printf '%s\\n' \"$r\" >>\"/tmp/calls/${0##*/}\"\n";
+        for (const char* tool :
+             {"/tmp/bin/systemctl", "/tmp/bin/net-snmp-create-v3-user",
+              "/etc/default/obmc/bonding/bonding.sh"})
+        {
+            kv::test::write_text(
+                tool,
+                record +
+                    "exit $(cat /tmp/bonding-exit 2>/dev/null || echo 0)\n");
+            ASSERT_EQ(0, ::chmod(tool, 0755));
+        }
+        path_ = std::getenv("PATH");
+        setenv("PATH", ("/tmp/bin:" + path_).c_str(), 1);
+    }
+    void TearDown() override
+    {
+        setenv("PATH", path_.c_str(), 1);
+    }
 
-    // What `tool` recorded; waits up to 5 s for `records` records, as some
-    // tools are started in the background.
-    static std::string calls_of(const std::string& tool, int records = 1);
+    // What `tool` recorded, once it holds `records` records (up to 5 s).
+    static std::string calls_of(const std::string& tool, int records = 1)
+    {
+        std::string text;
+        for (int tries = 0; tries < 500; ++tries, ::usleep(10000))
+        {
+            text = kv::test::read_text("/tmp/calls/" + tool).value_or("");
+            int found = 0;
+            for (size_t at = 0; (at = text.find("--\n", at)) != text.npos;)
+            {
+                found += at == 0 || text[at - 1] == '\n';
+                at += 3;
+            }
+            if (found >= records)
+            {
+                break;
+            }
+        }
+        return text;
+    }
 
   private:
-    std::string saved_path_;
+    std::string path_;
 };
 
 } // namespace kv::services::test

@@ -6,6 +6,7 @@
 
 #include <libkv/services.h>
 
+#include <gmock/gmock.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -79,16 +80,14 @@ TEST(RealAgent, AnswersOnThePortWithTheCommunityAndVersionsTheLibraryWrote)
         EXPECT_EQ("STRING: \"libkv test agent\"\n", v2c.output);
         EXPECT_EQ(0, v2c.status);
     }
-
     // v1 still answers, so the agent is there to refuse v2c.
     ASSERT_EQ(0, snmp_ver_status_set(SNMP_VERSION_V2C, false));
     Agent agent;
     ASSERT_TRUE(agent.ready()) << kv::test::read_text(kAgentLog).value_or("");
-    const auto v1 = system_description("1");
-    EXPECT_EQ(0, v1.status) << v1.output;
+    EXPECT_EQ(0, system_description("1").status);
     const auto v2c = system_description("2c");
+    EXPECT_THAT(v2c.output, testing::HasSubstr("Timeout"));
     EXPECT_NE(0, v2c.status);
-    EXPECT_NE(std::string::npos, v2c.output.find("Timeout")) << v2c.output;
 }
 
 } // namespace

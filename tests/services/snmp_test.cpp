@@ -1,31 +1,32 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reading and editing the agent's snmpd.conf: port, community, v1/v2c
-// access, the engine id and the v3 users.
+// snmpd.conf as the SNMP setters edit it and the getters read it, and the
+// programs they start.
 #include "services_test.h"
 
+#include <libkv/foundation.h>
 #include <libkv/services.h>
 
-#include <sys/stat.h>
+#include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <utility>
-#include <vector>
 
 namespace
 {
 
-using kv::services::test::kBaseSnmpdConf;
-using kv::services::test::kSnmpdConf;
+using namespace kv::services::test;
 using kv::test::names_in;
 using kv::test::write_text;
+using testing::HasSubstr;
 
-class SnmpConf : public testing::Test
+class SnmpConf : public RecordingTools
 {
   protected:
     // The sandbox's /etc may show the host's own file.
     void SetUp() override
     {
+        RecordingTools::SetUp();
         std::filesystem::remove(kSnmpdConf);
         kv::test::make_dirs("/etc/snmp");
     }
@@ -35,10 +36,9 @@ class SnmpConf : public testing::Test
     }
 };
 
-TEST_F(SnmpConf, PortFromTheFirstLiveAgentaddressLine)
+TEST_F(SnmpConf, PortIsTheFirstLiveAgentaddress)
 {
-    for (const auto& [text, expected] :
-         std::vector<std::pair<std::string, uint16_t>>{
+    for (const auto& [text, port] : std::vector<std::pair<std::string, int>>{
              {"", 161},
              {"agentaddress udp:1161\n", 1161},
              {"agentaddress 10.0.0.1\n", 161},
@@ -47,22 +47,18 @@ TEST_F(SnmpConf, PortFromTheFirstLiveAgentaddressLine)
               4161}})
     {
         write_text(kSnmpdConf, text);
-        uint16_t port = 0;
-        EXPECT_EQ(0, snmp_service_port_get(&port));
-        EXPECT_EQ(expected, port) << text;
+        uint16_t got = 0;
+        EXPECT_EQ(0, snmp_service_port_get(&got));
+        EXPECT_EQ(port, got) << text;
     }
-}
 
-TEST_F(SnmpConf, PortSetReplacesTheFirstLiveLineOrAppends)
-{
     write_text(kSnmpdConf, "#agentaddress 1\n agentaddress udp:161\n"
                            "agentaddress 9\n");
     const auto names = names_in("/etc/snmp");
     ASSERT_EQ(0, snmp_service_port_set(1161));
     EXPECT_EQ("#agentaddress 1\nagentaddress   1161\nagentaddress 9\n", conf());
     EXPECT_EQ(names, names_in("/etc/snmp")); // no scratch file left
-
-    write_text(kSnmpdConf, "sysdescr x"); // no final newline
+    write_text(kSnmpdConf, "sysdescr x");    // no final newline
     ASSERT_EQ(0, snmp_service_port_set(2161));
     EXPECT_EQ("sysdescr x\nagentaddress   2161\n", conf());
 }
@@ -71,21 +67,20 @@ TEST_F(SnmpConf, PortSetReplacesTheFirstLiveLineOrAppends)
 TEST_F(SnmpConf, UnchangedSettingsLeaveTheFileAlone)
 {
     write_text(kSnmpdConf, kBaseSnmpdConf);
-    struct stat before = {};
+    struct stat before = {}, after = {};
     ASSERT_EQ(0, ::stat(kSnmpdConf, &before));
     EXPECT_EQ(0, snmp_service_port_set(161));
     EXPECT_EQ(0, snmp_community_set("public"));
     EXPECT_EQ(0, snmp_ver_status_set(SNMP_VERSION_V1, false));
-    struct stat after = {};
     ASSERT_EQ(0, ::stat(kSnmpdConf, &after));
     EXPECT_EQ(before.st_ino, after.st_ino);
     EXPECT_EQ(before.st_mtim.tv_nsec, after.st_mtim.tv_nsec);
     EXPECT_EQ(kBaseSnmpdConf, conf());
 }
 
-// A community the getter could not read back whole, or that would start a
+// A community that could not be read back whole, or that would start a
 // line of its own, is refused.
-TEST_F(SnmpConf, CommunityIsTheFourthTokenOfTheFirstDefaultLine)
+TEST_F(SnmpConf, CommunityIsTheFourthWordOfTheFirstDefaultLine)
 {
     const std::string lines = "# com2sec a default old\n"
                               "com2sec local localhost private\n";
@@ -96,13 +91,13 @@ TEST_F(SnmpConf, CommunityIsTheFourthTokenOfTheFirstDefaultLine)
     EXPECT_STREQ("public", text);
     ASSERT_EQ(0, snmp_community_get(text, 4));
     EXPECT_STREQ("pub", text);
-
-    for (const std::string& bad :
-         {std::string(""), std::string("two words"),
-          std::string("x\nrwcommunity evil"), std::string(128, 'c')})
+    const std::string bad[] = {"", "two words", "x\nrwcommunity evil",
+                               std::string(128, 'c')};
+    for (const std::string& b : bad)
     {
-        EXPECT_EQ(-1, snmp_community_set(bad.c_str())) << bad;
+        EXPECT_EQ(-1, snmp_community_set(b.c_str())) << b;
     }
+    ASSERT_EQ(0, snmp_community_set(std::string(127, 'c').c_str()));
     ASSERT_EQ(0, snmp_community_set("s3cret"));
     EXPECT_EQ(lines + "com2sec  mynetwork   default   s3cret\n"
                       "com2sec n default second\n",
@@ -111,7 +106,7 @@ TEST_F(SnmpConf, CommunityIsTheFourthTokenOfTheFirstDefaultLine)
     EXPECT_EQ(-1, snmp_community_get(text, sizeof text));
 }
 
-TEST_F(SnmpConf, EnablingPutsTheGroupLineBelowTheSecurityModelComment)
+TEST_F(SnmpConf, VersionGroupLinesGoBelowTheSecurityModelComment)
 {
     write_text(kSnmpdConf, kBaseSnmpdConf);
     ASSERT_EQ(0, snmp_ver_status_set(SNMP_VERSION_V2C, true));
@@ -122,9 +117,10 @@ TEST_F(SnmpConf, EnablingPutsTheGroupLineBelowTheSecurityModelComment)
                     "group    my_group       v1            mynetwork\n"
                     "group    my_group       v2c           mynetwork\n");
     EXPECT_EQ(expected, conf());
-    bool v1 = false;
+    bool v1 = false, v2 = false;
     EXPECT_EQ(0, snmp_v1_status_get(&v1));
-    EXPECT_TRUE(v1);
+    EXPECT_EQ(0, snmp_v2_status_get(&v2));
+    EXPECT_TRUE(v1 && v2);
 
     write_text(kSnmpdConf, "view all included .1"); // no comment
     ASSERT_EQ(0, snmp_ver_status_set(SNMP_VERSION_DEFAULT, true));
@@ -132,31 +128,41 @@ TEST_F(SnmpConf, EnablingPutsTheGroupLineBelowTheSecurityModelComment)
               "group    my_group       v2c           mynetwork\n",
               conf());
     EXPECT_EQ(-1, snmp_ver_status_set(static_cast<SNMP_VERSION>(3), true));
-}
 
-TEST_F(SnmpConf, DisablingV1DropsEveryLiveGroupLineWithV1)
-{
+    // Disabling drops every live group line naming the version.
     write_text(kSnmpdConf, "#group g v1 n\ngroup g v1 n\ngroup v1net v2c n\n"
                            "  group g2 v1 n\ngroup g usm n\n");
     ASSERT_EQ(0, snmp_ver_status_set(SNMP_VERSION_V1, false));
     EXPECT_EQ("#group g v1 n\ngroup g usm n\n", conf());
-    bool v1 = true;
     EXPECT_EQ(0, snmp_v1_status_get(&v1));
     EXPECT_FALSE(v1);
 }
 
-TEST(SnmpProtocols, TextsIgnoreCaseWhenReadAndAreWrittenAsTabled)
+// Every value's text, in any case, reads back as the value.
+template <typename T>
+void expect_round_trip(T unknown, const char* (*itoa)(T),
+                       T (*atoi)(const char*))
 {
-    EXPECT_STREQ("SHA-256",
-                 snmp_v3_authen_itoa(snmp_v3_authen_atoi("sha-256")));
-    EXPECT_EQ(SNMP_V3_AUTHEN_SHA_256, snmp_v3_authen_atoi("sha-256"));
-    EXPECT_EQ(SNMP_V3_AUTHEN_UNKNOWN, snmp_v3_authen_atoi("SHA256"));
-    EXPECT_EQ(nullptr, snmp_v3_authen_itoa(SNMP_V3_AUTHEN_UNKNOWN));
-    EXPECT_EQ(SNMP_V3_ENCRYPT_AES, snmp_v3_encrypt_atoi("aes"));
-    EXPECT_EQ(SNMP_V3_ENCRYPT_UNKNOWN, snmp_v3_encrypt_atoi("none"));
+    for (int v = 0; v <= unknown; ++v)
+    {
+        const char* text = itoa(static_cast<T>(v));
+        std::string lower = text != nullptr ? text : "none";
+        std::transform(lower.begin(), lower.end(), lower.begin(), ::tolower);
+        EXPECT_EQ(v, atoi(lower.c_str())) << lower;
+        EXPECT_EQ(v == unknown, text == nullptr);
+    }
 }
 
-TEST_F(SnmpConf, UsersWithKnownProtocolsAreListedInFileOrder)
+TEST(SnmpProtocols, TextsRoundTripIgnoringCase)
+{
+    expect_round_trip(SNMP_V3_AUTHEN_UNKNOWN, snmp_v3_authen_itoa,
+                      snmp_v3_authen_atoi);
+    expect_round_trip(SNMP_V3_ENCRYPT_UNKNOWN, snmp_v3_encrypt_itoa,
+                      snmp_v3_encrypt_atoi);
+    EXPECT_EQ(SNMP_V3_AUTHEN_UNKNOWN, snmp_v3_authen_atoi("SHA256"));
+}
+
+TEST_F(SnmpConf, UsersAreListedAndDeletedByName)
 {
     write_text(kSnmpdConf, "createUser alice sha-256 alicepass1 AES\n"
                            "createUser bob MD5 bobpass123\n"
@@ -165,22 +171,18 @@ TEST_F(SnmpConf, UsersWithKnownProtocolsAreListedInFileOrder)
                            "  createUser erin SHA-512 erinpass1 des\n");
     SNMP_V3_USER* head = nullptr;
     ASSERT_EQ(0, snmp_v3_user_get(&head));
-    std::vector<std::string> users;
+    std::string users;
     for (const SNMP_V3_USER* user = head; user != nullptr; user = user->next)
     {
-        users.push_back(std::string(user->name) + " " +
-                        std::to_string(user->authen) + " " +
-                        std::to_string(user->encrypt) + " " + user->password);
+        users += std::string(user->name) + " " + std::to_string(user->authen) +
+                 " " + std::to_string(user->encrypt) + " " + user->password +
+                 ";";
     }
     EXPECT_EQ(0, snmp_v3_user_free(&head));
     EXPECT_EQ(nullptr, head);
-    EXPECT_EQ((std::vector<std::string>{"alice 1 1 alicepass1",
-                                        "erin 3 0 erinpass1"}),
-              users);
-}
+    EXPECT_EQ("alice 1 1 alicepass1;erin 3 0 erinpass1;", users);
 
-TEST_F(SnmpConf, DeletionDropsTheFirstUserAndAccessLineOfTheName)
-{
+    // The first user line and the first access line of the name go.
     write_text(kSnmpdConf, "#createUser bob SHA x AES\n"
                            "createUser bobby SHA bobbypass1 AES\n"
                            "createUser bob SHA bobpass123 AES\n"
@@ -212,6 +214,52 @@ TEST_F(SnmpConf, FailedRenameGivesMinusEnoent)
     EXPECT_EQ(-ENOENT, snmp_service_port_set(1161));
     EXPECT_EQ(-ENOENT, snmp_v3_user_del("bob"));
     EXPECT_EQ(names, names_in("/etc/snmp"));
+}
+
+// The unit's commands run in the background, in either order.
+TEST_F(SnmpConf, StatusActionsEditTheSwitchAndStartSystemctl)
+{
+    const auto value = [](const char* path, const char* key) {
+        char text[128] = "";
+        read_conf_value(path, key, text);
+        return std::string(text);
+    };
+    const char* unit = "obmc-kv-snmp.service";
+    ASSERT_EQ(
+        0, snmp_service_status_set(KV_SNMP_PROTOCOL_OFF | KV_SNMP_PROTOCOL_ON |
+                                   KV_SNMP_AGENT_START | KV_SNMP_AGENT_STOP));
+    EXPECT_EQ("true", value(kSnmpdConf, "#protocolEnabled"));
+    EXPECT_EQ("1", value("/etc/oem_bmc.conf", unit));
+    const std::string calls = calls_of("systemctl", 2);
+    EXPECT_THAT(calls, HasSubstr("stop\nobmc-kv-snmp.service\n--"));
+    EXPECT_THAT(calls, HasSubstr("start\nobmc-kv-snmp.service\n--"));
+    ASSERT_EQ(
+        0, snmp_service_status_set(KV_SNMP_PROTOCOL_OFF | KV_SNMP_AGENT_STOP));
+    EXPECT_EQ("0", value("/etc/oem_bmc.conf", unit));
+    bool on = true;
+    EXPECT_EQ(0, snmp_service_status_get(&on));
+    EXPECT_FALSE(on);
+}
+
+// Each value is an argument of its own, shell text included; the tool
+// runs to its end before the call returns.
+TEST_F(SnmpConf, UserAddStartsTheToolWithItsArguments)
+{
+    const auto calls = [] {
+        return kv::test::read_text("/tmp/calls/net-snmp-create-v3-user");
+    };
+    ASSERT_EQ(0, snmp_v3_user_add("op$(id)", "pa$s;`id`",
+                                  SNMP_V3_AUTHEN_SHA_512, SNMP_V3_ENCRYPT_AES));
+    const std::string pass = "pa$s;`id`\n";
+    const auto first = calls();
+    EXPECT_EQ("-A\n" + pass + "-X\n" + pass +
+                  "-a\nSHA-512\n-x\nAES\nop$(id)\n--\n",
+              first);
+    EXPECT_EQ(-1, snmp_v3_user_add("", "password1", SNMP_V3_AUTHEN_SHA,
+                                   SNMP_V3_ENCRYPT_DES));
+    EXPECT_EQ(-1, snmp_v3_user_add("op", "password1", SNMP_V3_AUTHEN_MD5,
+                                   SNMP_V3_ENCRYPT_UNKNOWN));
+    EXPECT_EQ(first, calls()); // refused: not started
 }
 
 } // namespace

@@ -11,7 +11,6 @@
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
-#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <optional>
@@ -20,15 +19,11 @@
 namespace kv::test
 {
 
-// The wall clock that time() reports to the library, so that checks that
-// depend on the hour of the day do not depend on when they run. Back to the
-// real clock when the scope ends.
+// What time() reports to the library for the scope (see fixed_clock.cpp).
 class FixedClock
 {
   public:
     explicit FixedClock(std::time_t now);
-    FixedClock(const FixedClock&) = delete;
-    FixedClock& operator=(const FixedClock&) = delete;
     ~FixedClock();
 };
 
@@ -36,7 +31,7 @@ class FixedClock
 std::time_t utc(int year, int month, int day, int hour, int minute,
                 int second = 0);
 
-// TZ for the scope; the zone is read again by every call that needs it.
+// TZ for the scope; the library reads the zone again on every call.
 class TimeZone
 {
   public:
@@ -49,8 +44,6 @@ class TimeZone
         setenv("TZ", tz, 1);
         tzset();
     }
-    TimeZone(const TimeZone&) = delete;
-    TimeZone& operator=(const TimeZone&) = delete;
     ~TimeZone()
     {
         saved_ ? setenv("TZ", saved_->c_str(), 1) : unsetenv("TZ");
@@ -62,7 +55,7 @@ class TimeZone
 };
 
 // The platform segment, fresh for each test (the sandbox gives every test
-// an IPC namespace of its own), attached for the test's duration.
+// an IPC namespace of its own).
 class PlatformSegmentTest : public testing::Test
 {
   protected:
@@ -71,20 +64,24 @@ class PlatformSegmentTest : public testing::Test
         const int id = shmget(segment::kPlatformKey, segment::kPlatformSize,
                               IPC_CREAT | 0777);
         ASSERT_GE(id, 0);
-        void* address = shmat(id, nullptr, 0);
-        ASSERT_NE(address, reinterpret_cast<void*>(-1));
-        shm_ = static_cast<uint8_t*>(address);
+        shm_ = static_cast<uint8_t*>(shmat(id, nullptr, 0));
+        ASSERT_NE(shm_, reinterpret_cast<uint8_t*>(-1));
     }
-
     void TearDown() override
     {
-        if (shm_ != nullptr)
-        {
-            shmdt(shm_);
-        }
+        shmdt(shm_);
     }
 
     uint8_t* shm_ = nullptr;
 };
+
+// Points /etc/localtime (the sandbox's own copy of /etc) at `zone`.
+inline void point_localtime_at(const std::string& zone)
+{
+    ASSERT_EQ(
+        std::system(
+            ("ln -sf /usr/share/zoneinfo/" + zone + " /etc/localtime").c_str()),
+        0);
+}
 
 } // namespace kv::test

@@ -4,20 +4,18 @@
 #include "events_test.h"
 
 #include <atomic>
-#include <ctime>
 
 namespace
 {
 
-std::atomic<bool> fixed{false};
-std::atomic<std::time_t> fixed_now{0};
+std::atomic<std::time_t> fixed_now{-1};
 
 } // namespace
 
 extern "C" std::time_t time(std::time_t* out)
 {
     std::time_t now = fixed_now.load();
-    if (!fixed.load())
+    if (now < 0)
     {
         timespec real{};
         clock_gettime(CLOCK_REALTIME, &real);
@@ -36,12 +34,11 @@ namespace kv::test
 FixedClock::FixedClock(std::time_t now)
 {
     fixed_now = now;
-    fixed = true;
 }
 
 FixedClock::~FixedClock()
 {
-    fixed = false;
+    fixed_now = -1;
 }
 
 std::time_t utc(int year, int month, int day, int hour, int minute, int second)

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The SEL decoding tables: walked through the exported lookups and reached
-// by position as the event forwarders reach them, the event description of
-// a record for every entry, and the unit and sensor type names.
+// The SEL decoding tables, walked through the exported lookups and reached
+// by position as the event forwarders reach them.
 #include "events/sel_tables.h"
 
 #include <gtest/gtest.h>
@@ -11,71 +10,34 @@
 #include <map>
 #include <string>
 #include <tuple>
-#include <utility>
 #include <vector>
 
 namespace
 {
 
-using kv::detail::event_entries;
-using kv::detail::event_entry;
-using kv::detail::event_table_of;
-using kv::detail::EventTable;
-using kv::detail::kAnyData;
+using namespace kv::detail;
 
-constexpr uint8_t kSensorSpecific = 0x6F;
 constexpr EventTable kTables[] = {
     EventTable::generic, EventTable::sensor_specific, EventTable::vendor};
-
-bool vendor_type(int code)
-{
-    return code >= 0xC0 && code <= 0xEF;
-}
 
 // Sensor type and event type of a record whose code `code` selects `table`.
 std::pair<uint8_t, uint8_t> selector(EventTable table, int code)
 {
-    return table == EventTable::generic
-               ? std::pair<uint8_t, uint8_t>(0xC1, code)
-               : std::pair<uint8_t, uint8_t>(code, kSensorSpecific);
+    return {table == EventTable::generic ? 0xC1 : code,
+            table == EventTable::generic ? code : 0x6F};
 }
 
-// The entries of `table`, walked code by code.
-std::vector<const kv_event_desc*> walked(EventTable table)
-{
-    std::vector<const kv_event_desc*> all;
-    for (int code = 0; code <= 0xFF; ++code)
-    {
-        if (table == EventTable::generic
-                ? code == kSensorSpecific
-                : vendor_type(code) != (table == EventTable::vendor))
-        {
-            continue;
-        }
-        const auto [sensor, event] = selector(table, code);
-        for (const auto* e = ipmi_get_first_event_sensor_type(sensor, event);
-             e != nullptr; e = ipmi_get_next_event_sensor_type(e))
-        {
-            all.push_back(e);
-        }
-    }
-    return all;
-}
-
-// The description of a record, checking the room the line builders count
-// on after the text: strlen + 176 zeroed bytes.
-std::string describe(uint8_t sensor_type, uint8_t event_type, uint8_t data1,
+// The description of a record; the line builders count on 176 zeroed bytes
+// after the text.
+std::string describe(uint8_t sensor, uint8_t event, uint8_t data1,
                      uint8_t data2)
 {
-    uint8_t rec[16] = {0x01, 0x00, 0x02};
-    rec[10] = sensor_type;
-    rec[12] = event_type;
-    rec[13] = data1;
-    rec[14] = data2;
+    const uint8_t rec[16] = {1, 0, 2,      0, 0,     0,     0,    0,
+                             0, 0, sensor, 0, event, data1, data2};
     char untouched = 'x';
     char* desc = &untouched;
     ipmi_get_event_desc(rec, &desc);
-    EXPECT_NE(desc, &untouched) << "the description was not set";
+    EXPECT_NE(desc, &untouched);
     if (desc == nullptr || desc == &untouched)
     {
         return "<none>";
@@ -83,7 +45,7 @@ std::string describe(uint8_t sensor_type, uint8_t event_type, uint8_t data1,
     std::string text = desc;
     for (std::size_t i = text.size(); i < text.size() + 176; ++i)
     {
-        EXPECT_EQ(desc[i], '\0') << "byte " << i << " of \"" << text << "\"";
+        EXPECT_EQ(desc[i], '\0') << i << " of " << text;
     }
     std::free(desc);
     return text;
@@ -93,76 +55,72 @@ TEST(EventTables, WalksAndPositionsReachTheSameEntriesInOrder)
 {
     for (const EventTable table : kTables)
     {
+        std::vector<const kv_event_desc*> walk;
+        for (int code = 0; code <= 0xFF; ++code)
+        {
+            const bool vendor = code >= 0xC0 && code <= 0xEF;
+            if (table == EventTable::generic
+                    ? code == 0x6F
+                    : vendor != (table == EventTable::vendor))
+            {
+                continue;
+            }
+            const auto [sensor, event] = selector(table, code);
+            for (auto* e = ipmi_get_first_event_sensor_type(sensor, event);
+                 e != nullptr; e = ipmi_get_next_event_sensor_type(e))
+            {
+                walk.push_back(e);
+            }
+        }
+        // The library has its own copy of the tables.
         const auto entries = event_entries(table);
-        const auto walk = walked(table);
         ASSERT_EQ(walk.size(), entries.size());
         for (std::size_t n = 0; n < entries.size(); ++n)
         {
-            // The library has its own copy of the tables.
-            EXPECT_EQ(
-                std::tie(walk[n]->code, walk[n]->offset, walk[n]->data),
-                std::tie(entries[n].code, entries[n].offset, entries[n].data))
-                << n;
-            EXPECT_STREQ(walk[n]->text, entries[n].text);
-            EXPECT_EQ(event_entry(table, n), &entries[n]) << n;
-            EXPECT_EQ(event_table_of(&entries[n]), table) << n;
-            EXPECT_LE(entries[n].offset, 15) << n;
+            const auto& e = entries[n];
+            EXPECT_EQ(std::tie(walk[n]->code, walk[n]->offset, walk[n]->data),
+                      std::tie(e.code, e.offset, e.data));
+            EXPECT_STREQ(walk[n]->text, e.text);
+            EXPECT_EQ(event_entry(table, n), &e);
+            EXPECT_EQ(event_table_of(&e), table);
         }
-        // Subscription bytes name entry n - 1 up to 255.
         EXPECT_EQ(event_entry(table, entries.size()), nullptr);
-        EXPECT_EQ(event_entry(table, SIZE_MAX), nullptr);
-        const kv_event_desc* terminator = entries.data() + entries.size();
-        EXPECT_EQ(terminator->text, nullptr);
-        EXPECT_EQ(event_table_of(terminator), EventTable::none);
-        // The walks end at the library's terminator.
-        EXPECT_EQ(walk.back()[1].text, nullptr);
+        EXPECT_EQ(event_table_of(entries.data() + entries.size()),
+                  EventTable::none);
         EXPECT_EQ(ipmi_get_next_event_sensor_type(walk.back() + 1), nullptr);
     }
-    EXPECT_TRUE(event_entries(EventTable::none).empty());
-    EXPECT_EQ(event_entry(EventTable::none, 0), nullptr);
-    const kv_event_desc foreign[2] = {{0x01, 0, kAnyData, "a"},
-                                      {0x01, 1, kAnyData, "b"}};
-    EXPECT_EQ(event_table_of(&foreign[0]), EventTable::none);
-    EXPECT_EQ(ipmi_get_next_event_sensor_type(&foreign[0]), nullptr);
-    EXPECT_EQ(event_table_of(nullptr), EventTable::none);
+    const kv_event_desc foreign[2] = {{1, 0, kAnyData, "a"},
+                                      {1, 1, kAnyData, "b"}};
+    EXPECT_EQ(event_table_of(foreign), EventTable::none);
+    EXPECT_EQ(ipmi_get_next_event_sensor_type(foreign), nullptr);
     EXPECT_EQ(ipmi_get_next_event_sensor_type(nullptr), nullptr);
 }
 
+// Offsets of the generic event types 0x01-0x0C count up from 0.
 TEST(EventTables, OffsetsOfEachGenericType)
 {
-    // Offsets of the generic types 0x01-0x0C.
     std::vector<int> offsets(13);
     for (const auto& e : event_entries(EventTable::generic))
     {
         ASSERT_LT(std::size_t{e.code}, offsets.size()) << e.text;
         EXPECT_EQ(e.offset, offsets[e.code]++) << e.text;
         EXPECT_EQ(e.data, kAnyData) << e.text;
-        // Threshold texts: going low at even offsets, with its blank.
-        const char* end = e.offset % 2 == 0 ? " going low " : " going high";
-        EXPECT_TRUE(e.code != 0x01 || std::string(e.text).ends_with(end))
-            << e.text;
     }
     EXPECT_EQ(offsets,
               std::vector<int>({0, 12, 3, 2, 2, 2, 2, 9, 2, 2, 9, 8, 4}));
 }
 
-// Entries told apart by data 2 count it up from 0 and come before the
-// catch-all entries of their offset.
+// Entries told apart by data 2 count it up from 0 before the catch-all
+// entry of their offset.
 TEST(EventTables, DataTwoListsCountUpBeforeTheirFallbacks)
 {
     std::map<std::pair<int, int>, std::pair<int, int>> lists; // data, any
     for (const auto& e : event_entries(EventTable::sensor_specific))
     {
         auto& [counted, any] = lists[{e.code, e.offset}];
-        if (e.data == kAnyData)
-        {
-            ++any;
-        }
-        else
-        {
-            EXPECT_EQ(any, 0) << e.text;
-            EXPECT_EQ(e.data, counted++) << e.text;
-        }
+        EXPECT_TRUE(e.data == kAnyData ? ++any
+                                       : any == 0 && e.data == counted++)
+            << e.text;
     }
     const std::map<std::pair<int, int>, std::pair<int, int>> listed = {
         {{0x08, 6}, {5, 2}},  {{0x0F, 0}, {14, 1}}, {{0x0F, 1}, {26, 1}},
@@ -175,8 +133,8 @@ TEST(EventTables, DataTwoListsCountUpBeforeTheirFallbacks)
     }
 }
 
-// Every entry answers a record made from it, asserted or deasserted; data 2
-// counts only when data 1 says it is specific.
+// Asserted or deasserted; data 2 counts only when data 1 says it is
+// specific.
 TEST(EventDescriptions, EveryEntryDescribesItsOwnRecord)
 {
     for (const EventTable table : kTables)
@@ -210,12 +168,9 @@ TEST(EventDescriptions, TextsOfRecords)
         {0x0F, 0x6F, 0x00, 0x0B, "Unknown Error"},
         {0x0F, 0x6F, 0xC0, 0x7E, "Unknown Error"},
         {0x0F, 0x6F, 0xC1, 0x1A, "Unknown Hang"},
-        // The version change kinds have no fallback.
-        {0x2B, 0x6F, 0x01, 0x09, "<none>"},
-        {0x2B, 0x6F, 0xC7, 0x18, "<none>"},
+        {0x2B, 0x6F, 0xC7, 0x18, "<none>"}, // version change: no fallback
         {0x01, 0x01, 0x0C, 0x00, "<none>"},
         {0x01, 0x0D, 0x00, 0x00, "<none>"},
-        {0x01, 0x6F, 0x00, 0x00, "<none>"},
         {0x23, 0x6F, 0x04, 0x00, "<none>"},
         {0xC0, 0x6F, 0x00, 0x00, "<none>"},
         {0xEF, 0x6F, 0x00, 0x00, "<none>"},
@@ -231,11 +186,7 @@ TEST(EventDescriptions, TextsOfRecords)
     {
         EXPECT_EQ(describe(0x0F, type, 0x00, 0), "<none>") << type;
     }
-    uint8_t rec[16] = {};
-    rec[12] = 0x01;
-    ipmi_get_event_desc(rec, nullptr);
-    char untouched = 'x';
-    char* desc = &untouched;
+    char* desc = nullptr;
     ipmi_get_event_desc(nullptr, &desc);
     EXPECT_EQ(desc, nullptr);
 }
@@ -262,7 +213,6 @@ TEST(UnitStrings, CodesUpTo92HaveNames)
         uint8_t relation, base, modifier;
         const char* text;
     } cases[] = {
-        {false, 0, 0, 0, "unspecified"},
         {false, 0, 1, 0, "degrees C"},
         {false, 0, 92, 0, "grams"},
         // The modifier is checked for range; the base unit stands for it.
@@ -274,7 +224,6 @@ TEST(UnitStrings, CodesUpTo92HaveNames)
         {true, 0, 0, 0, "percent"},
         {true, 0, 4, 0, "% Volts"},
         {true, 1, 0, 0, "% unspecified/unspecified"},
-        {true, 2, 5, 6, "% Amps*Amps"},
     };
     for (const auto& c : cases)
     {
@@ -292,7 +241,6 @@ TEST(SensorTypes, NamesUpTo2CThenUnknown)
         const char* name = ipmi_get_generic_sensor_type(code);
         EXPECT_EQ(name != nullptr, code <= 0x2C) << code;
         EXPECT_STREQ(dst, name != nullptr ? name : "Unknown") << code;
-        EXPECT_STRNE(name, "Unknown");
     }
     EXPECT_STREQ(ipmi_get_generic_sensor_type(0x01), "Temperature");
     EXPECT_STREQ(ipmi_get_generic_sensor_type(0x2C), "FRU State");

@@ -7,6 +7,7 @@
 
 #include <libkv/foundation.h>
 
+#include <cstring>
 #include <string>
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)

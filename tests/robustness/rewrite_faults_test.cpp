@@ -265,9 +265,8 @@ TEST(RewriteFaults, KilledSelWriterLosesNoLineAcrossTheMove)
     {
         const std::string dir = copies ? "/var/log/sel" : "/media/sel";
         SCOPED_TRACE(dir);
-        // A live log some lines short of the 8 MiB limit; then a writer
-        // appending one record a second, telling each one done.
-        const auto start = [&](uint32_t count) {
+        // A live log some lines short of the 8 MiB limit; its last record.
+        const auto prefill = [&] {
             std::filesystem::remove_all(dir);
             std::filesystem::remove_all(card);
             make_dirs(dir);
@@ -280,6 +279,10 @@ TEST(RewriteFaults, KilledSelWriterLosesNoLineAcrossTheMove)
             }
             write_text(dir + "/sel.log", log);
             done->store(n);
+            return n;
+        };
+        // Appends records after n, one a second, telling each one done.
+        const auto start = [&](uint32_t n, uint32_t count) {
             const pid_t pid = ::fork();
             if (pid == 0)
             {
@@ -299,9 +302,10 @@ TEST(RewriteFaults, KilledSelWriterLosesNoLineAcrossTheMove)
         };
 
         // An undisturbed writer crosses the limit and goes on a little.
+        uint32_t n = prefill();
         const auto started = std::chrono::steady_clock::now();
         int status = 0;
-        const pid_t first = start(60);
+        const pid_t first = start(n, 60);
         ASSERT_EQ(first, ::waitpid(first, &status, 0));
         ASSERT_EQ(status, 0);
         const long crossing = since(started);
@@ -313,7 +317,8 @@ TEST(RewriteFaults, KilledSelWriterLosesNoLineAcrossTheMove)
         for (int kill = 0; kill < 12; ++kill)
         {
             SCOPED_TRACE("kill " + std::to_string(kill));
-            wait_killed(start(1000000),
+            n = prefill();
+            wait_killed(start(n, 1000000),
                         long(crossing * (kill + random() % 1000 / 1e3) / 6));
             const uint32_t last = done->load();
             // The archives in order, then the live log, a NUL between.
@@ -342,10 +347,17 @@ TEST(RewriteFaults, KilledSelWriterLosesNoLineAcrossTheMove)
             // Every record told done is there whole, once and in order; the
             // one being written may follow, cut, at the very end.
             std::string_view rest = all;
-            uint32_t n = 0;
-            while (rest.starts_with('\0') || rest.starts_with(line(n + 1)))
+            n = 0;
+            for (std::string next = line(1);
+                 rest.starts_with('\0') || rest.starts_with(next);)
             {
-                rest.remove_prefix(rest[0] ? line(++n).size() : 1);
+                if (rest[0] == '\0')
+                {
+                    rest.remove_prefix(1);
+                    continue;
+                }
+                rest.remove_prefix(next.size());
+                next = line(++n + 1);
             }
             EXPECT_TRUE(n == last || n == last + 1) << n << " of " << last;
             EXPECT_TRUE(rest.empty() ||

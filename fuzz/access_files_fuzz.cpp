@@ -11,10 +11,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstddef>
-#include <cstdint>
-#include <vector>
-
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
     kv::sandbox::enter();

@@ -2,6 +2,7 @@
 // Endpoint texts come from remote peers and rule texts from management
 // requests: every check must answer for any text without a stray read or
 // write. The target runs in the private view of the test sandbox.
+#include "fuzz_input.h"
 #include "sandbox.h"
 
 #include <libkv/access.h>
@@ -9,11 +10,7 @@
 #include <arpa/inet.h>
 #include <unistd.h>
 
-#include <cstddef>
-#include <cstdint>
 #include <cstring>
-#include <ctime>
-#include <string>
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
@@ -21,6 +18,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
     return 0;
 }
 
+// A prefix byte, then a text; a second text after the first '|' for the
+// checks that compare two.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     if (size < 1)
@@ -29,21 +28,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
     const uint8_t prefix = data[0];
     const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
-    // A second text after the first '|', for the checks that compare two.
     const auto bar = text.find('|');
     const std::string first = text.substr(0, bar);
-    const std::string second =
-        bar == std::string::npos ? std::string() : text.substr(bar + 1);
+    const std::string second = bar == text.npos ? "" : text.substr(bar + 1);
 
     for (int iface = INTERFACE_WEB; iface <= INTERFACE_SNMP + 1; ++iface)
     {
         char ip[INET6_ADDRSTRLEN];
         std::memset(ip, 0x55, sizeof ip);
-        if (getIpByEndpoint(text, ip, static_cast<userInterface>(iface)) == 0 &&
-            std::memchr(ip, '\0', sizeof ip) == nullptr)
-        {
-            __builtin_trap();
-        }
+        require(getIpByEndpoint(text, ip, userInterface(iface)) != 0 ||
+                std::memchr(ip, '\0', sizeof ip) != nullptr);
     }
     char mac[18] = "";
     getMacByIp(text, mac, "eth1");
@@ -55,7 +49,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     tm date{};
     convertString2Date(text, date);
     timeCheckRule(text);
-
     std::string ipv4 = first;
     std::string rule_mac = second;
     setUserRule(prefix % 4, ipv4, rule_mac, text, prefix & 1, second);

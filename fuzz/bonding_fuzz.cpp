@@ -10,8 +10,6 @@
 
 #include <sys/stat.h>
 
-#include <cstddef>
-#include <cstdint>
 #include <cstring>
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
@@ -23,21 +21,12 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    if (!write_input("/proc/self/net/bonding/bond0", data, size))
-    {
-        return 0;
-    }
+    write_input("/proc/self/net/bonding/bond0", data, size);
     const int mode = net_mode_get();
-    if (mode < 0 || mode > 8)
-    {
-        __builtin_trap();
-    }
+    require(mode >= 0 && mode <= 8);
     char name[16];
     std::memset(name, 'x', sizeof name);
-    if (net_bond_active_slave(name, sizeof name) == 0 &&
-        strnlen(name, sizeof name) == sizeof name)
-    {
-        __builtin_trap();
-    }
+    require(net_bond_active_slave(name, sizeof name) != 0 ||
+            strnlen(name, sizeof name) < sizeof name);
     return 0;
 }

@@ -4,7 +4,6 @@
 // must build again.
 #include <libkv/fru.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -13,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     // An exact-size copy, so that a read past the image is caught.
     const std::vector<uint8_t> image(data, data + size);
     fru_init();
-    if (parse_bin_date(image.data(), static_cast<int>(image.size())) == 0)
+    if (parse_bin_date(image.data(), int(size)) == 0)
     {
         get_fru_date();
     }

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 
 // Writes `data` to `path`: false when the file cannot be made.
 inline bool write_input(const char* path, const uint8_t* data, size_t size)
@@ -17,4 +18,13 @@ inline bool write_input(const char* path, const uint8_t* data, size_t size)
     std::fwrite(data, 1, size, file);
     std::fclose(file);
     return true;
+}
+
+// Stops the run on a broken promise, so that the fuzzer keeps the input.
+inline void require(bool promise)
+{
+    if (!promise)
+    {
+        std::abort();
+    }
 }

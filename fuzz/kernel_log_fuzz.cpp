@@ -9,9 +9,6 @@
 
 #include <sys/stat.h>
 
-#include <cstddef>
-#include <cstdint>
-
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
     kv::sandbox::enter();
@@ -22,11 +19,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 // The first two bytes pick the bus and the channel, the rest is the capture.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    if (size < 2 ||
-        !write_input("/var/run/obmcinfo/i2c_dmesg", data + 2, size - 2))
+    if (size >= 2 &&
+        write_input("/var/run/obmcinfo/i2c_dmesg", data + 2, size - 2))
     {
-        return 0;
+        CmmFunGetI2CExtBus(data[0] % 32, data[1] % 9);
     }
-    CmmFunGetI2CExtBus(data[0] % 32, data[1] % 9);
     return 0;
 }

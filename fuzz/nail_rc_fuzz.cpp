@@ -10,33 +10,27 @@
 
 #include <sys/stat.h>
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
 #include <cstring>
 
 namespace
 {
 
 template <size_t N>
-void check_terminated(const char (&field)[N])
+void terminated(const char (&field)[N])
 {
-    if (strnlen(field, N) == N)
-    {
-        __builtin_trap();
-    }
+    require(strnlen(field, N) < N);
 }
 
 void check(const MailConfig& config)
 {
-    check_terminated(config.user);
-    check_terminated(config.server);
-    check_terminated(config.password);
+    terminated(config.user);
+    terminated(config.server);
+    terminated(config.password);
     for (const auto& recipient : config.recipients)
     {
-        check_terminated(recipient);
+        terminated(recipient);
     }
-    check_terminated(config.active);
+    terminated(config.active);
 }
 
 } // namespace
@@ -51,13 +45,9 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    if (!write_input("/var/lib/ipmi/nail.rc", data, size))
-    {
-        return 0;
-    }
-
     MailConfig config{};
-    if (read_email_config(nullptr, &config) != 0)
+    if (!write_input("/var/lib/ipmi/nail.rc", data, size) ||
+        read_email_config(nullptr, &config) != 0)
     {
         return 0;
     }

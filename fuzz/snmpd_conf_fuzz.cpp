@@ -10,9 +10,6 @@
 
 #include <sys/stat.h>
 
-#include <cstddef>
-#include <cstdint>
-
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
     kv::sandbox::enter();
@@ -26,7 +23,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     write_input("/etc/snmp/snmpd.conf", data, size);
     write_input("/var/lib/net-snmp/snmpd.conf", data, size);
-
     uint16_t port = 0;
     snmp_service_port_get(&port);
     char text[128];
@@ -40,9 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     snmp_service_status_get(&on);
     SNMP_V3_USER* users = nullptr;
     snmp_v3_user_get(&users);
-    const char* victim = users != nullptr ? users->name : "nobody";
-
-    snmp_v3_user_del(victim);
+    snmp_v3_user_del(users != nullptr ? users->name : "nobody");
     snmp_v3_user_free(&users);
     snmp_ver_status_set(SNMP_VERSION_V1, !v1);
     snmp_ver_status_set(SNMP_VERSION_V2C, !v2);

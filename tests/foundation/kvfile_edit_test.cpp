@@ -111,6 +111,7 @@ TEST(KvFileEdit, ReplaceFileValue)
 TEST(KvFileEdit, OemThresholdAfterEachSensorLine)
 {
     write_text("/tmp/bystander", "b\n");
+    make_dirs("/etc/default/obmc/hwmon");
     ASSERT_EQ(0,
               symlink("/tmp/bystander", (std::string(kOem) + "back").c_str()));
     const std::tuple<const char*, int, int, const char*> cases[] = {

@@ -17,14 +17,23 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <regex>
 #include <string>
 #include <vector>
 
 namespace kv::foundation::test
 {
 using namespace kv::test;
-using testing::ContainsRegex;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::MatchesRegex;
+
+// A file's text with every trace stamp and ctime stamp replaced by "T".
+inline std::string untimed(const std::string& path)
+{
+    static const std::regex stamp(
+        R"([0-9-]{8} [0-9:]{8}|\w{3} \w{3} [ \d]\d [\d:]{8} \d{4})");
+    return std::regex_replace(read_text(path).value_or("<none>"), stamp, "T");
+}
 } // namespace kv::foundation::test
+
+using namespace kv::foundation::test;

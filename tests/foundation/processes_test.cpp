@@ -5,18 +5,12 @@
 #include <signal.h>
 #include <sys/wait.h>
 
-#include <cstdio>
-
-using namespace kv::foundation::test;
-
-namespace
-{
 std::string exe_name(pid_t pid)
 {
     std::error_code error;
-    const auto target = std::filesystem::read_symlink(
-        "/proc/" + std::to_string(pid) + "/exe", error);
-    return error ? "" : target.filename().string();
+    return std::filesystem::read_symlink(
+               "/proc/" + std::to_string(pid) + "/exe", error)
+        .filename();
 }
 
 // /bin/sleep under the argv[0] "kvsleeper", the name pidof knows it by; its
@@ -51,22 +45,31 @@ struct Sleeper
     pid_t pid;
 };
 
-TEST(GetPidByName, FindsARunningProcessAndZeroOnceGone)
+TEST(Processes, PidByNameAndExecutableNameFollowTheProcess)
 {
-    Sleeper sleeper;
-    ASSERT_EQ(exe_name(sleeper.pid), "sleep");
-    EXPECT_EQ(get_pid_by_name("kvsleeper"), sleeper.pid);
-
-    Sleeper twin; // pidof prints both: the first number is taken
-    const int either = get_pid_by_name("kvsleeper");
-    EXPECT_TRUE(either == sleeper.pid || either == twin.pid) << either;
+    Sleeper sleeper, twin; // pidof prints both: either number will do
+    const pid_t pid = sleeper.pid;
+    EXPECT_THAT(get_pid_by_name("kvsleeper"), testing::AnyOf(pid, twin.pid));
+    twin.stop();
+    EXPECT_EQ(get_pid_by_name("kvsleeper"), pid);
+    char name[64];
+    EXPECT_EQ(app_name_get(pid, name, sizeof name), 0);
+    EXPECT_STREQ(name, "sleep") << "argv[0] used instead of the executable";
+    char small[8] = "#######";
+    EXPECT_EQ(app_name_get(pid, small, 4), 0);
+    EXPECT_STREQ(small, "sle");
+    EXPECT_EQ(small[4], '#');
+    EXPECT_EQ(app_pid_existed(pid), 1);
+    EXPECT_EQ(app_name_get(-1, name, sizeof name), 0);
+    EXPECT_STREQ(name, program_invocation_short_name);
 
     sleeper.stop();
-    twin.stop();
     EXPECT_EQ(get_pid_by_name("kvsleeper"), 0);
+    EXPECT_EQ(app_name_get(pid, name, sizeof name), -1);
+    EXPECT_EQ(app_pid_existed(pid), 0);
 }
 
-TEST(GetPidByName, NameIsNeverRunAsShellText)
+TEST(Processes, NameIsNeverRunAsShellText)
 {
     for (const char* name : {"x; touch /tmp/pwned", "$(touch /tmp/pwned)",
                              "`touch /tmp/pwned`", "x | touch /tmp/pwned"})
@@ -76,37 +79,40 @@ TEST(GetPidByName, NameIsNeverRunAsShellText)
     EXPECT_FALSE(std::filesystem::exists("/tmp/pwned"));
 }
 
-TEST(GetPidByName, ReportsWhenPidofCannotStart)
+TEST(Processes, ReportsWhenPidofCannotStart)
 {
-    if (kv::test::under_user_emulation())
+    if (under_user_emulation())
     {
-        GTEST_SKIP() << "qemu-user runs posix_spawn's shared-memory child as "
-                        "a plain fork: a failed exec is not reported back";
+        GTEST_SKIP() << "qemu-user runs posix_spawn's child as a plain fork: "
+                        "a failed exec is not reported back";
     }
-    const std::string path = std::getenv("PATH") ? std::getenv("PATH") : "";
+    const std::string path = std::getenv("PATH");
     setenv("PATH", "/tmp/nowhere", 1);
     int result = 0;
-    const std::string printed =
-        kv::test::stdout_of([&] { result = get_pid_by_name("kvsleeper"); });
+    EXPECT_NE(stdout_of([&] { result = get_pid_by_name("kvsleeper"); }), "");
     setenv("PATH", path.c_str(), 1);
-    EXPECT_EQ(printed, "get obmc-kv-var pid failed!");
     EXPECT_EQ(result, -1);
 }
 
-// A forked copy of this binary renamed (argv[0]) to "kvrecv" waits for
-// SIGUSR1 and exits with the queued payload.
-TEST(SendSignal, QueuesThePayloadToTheNamedProcess)
+// A forked copy of this binary renamed (argv[0]) to "kvrecv" exits with the
+// payload queued with SIGUSR1. The empty lookup runs in a child: were its 0
+// signalled like kill(0, ...), the whole process group would get SIGTERM.
+TEST(Processes, SignalQueuesThePayloadOrFailsWithESRCH)
 {
-    if (kv::test::under_user_emulation())
+    EXPECT_EQ(exit_status_of([] {
+                  errno = 0;
+                  const int rc = send_signal_to_process("kv-none", SIGTERM, 1);
+                  return rc == -1 && errno == ESRCH ? 0 : 1;
+              }),
+              0);
+    if (under_user_emulation())
     {
-        GTEST_SKIP() << "qemu-user keeps the guest's argv[0] in a copy of its "
-                        "own: pidof sees the emulator's command line";
+        GTEST_SKIP() << "qemu-user keeps argv[0] in a copy: pidof sees the "
+                        "emulator's command line";
     }
-    ASSERT_GE(std::strlen(program_invocation_name), std::strlen("kvrecv"));
-    sigset_t usr1;
+    sigset_t usr1, old;
     sigemptyset(&usr1);
     sigaddset(&usr1, SIGUSR1);
-    sigset_t old;
     sigprocmask(SIG_BLOCK, &usr1, &old);
     const pid_t child = fork();
     if (child == 0)
@@ -114,59 +120,18 @@ TEST(SendSignal, QueuesThePayloadToTheNamedProcess)
         std::strcpy(program_invocation_name, "kvrecv");
         siginfo_t info{};
         const timespec limit{10, 0};
-        if (sigtimedwait(&usr1, &info, &limit) != SIGUSR1)
-        {
-            _exit(200);
-        }
-        _exit(info.si_code == SI_QUEUE ? info.si_value.sival_int : 201);
+        _exit(sigtimedwait(&usr1, &info, &limit) == SIGUSR1 &&
+                      info.si_code == SI_QUEUE
+                  ? info.si_value.sival_int
+                  : 200);
     }
     sigprocmask(SIG_SETMASK, &old, nullptr);
     for (int i = 0; i < 500 && get_pid_by_name("kvrecv") != child; ++i)
     {
         usleep(10000);
     }
-
     EXPECT_EQ(send_signal_to_process("kvrecv", SIGUSR1, 42), 0);
     int status = 0;
     waitpid(child, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 42);
+    EXPECT_EQ(status, 42 << 8) << "not a normal exit with the payload";
 }
-
-// Run in a child: were the empty lookup's 0 signalled like kill(0, ...),
-// the whole process group would get SIGTERM.
-TEST(SendSignal, NoProcessFoundIsESRCH)
-{
-    EXPECT_EQ(kv::test::exit_status_of([] {
-                  errno = 0;
-                  const int rc =
-                      send_signal_to_process("kv-not-running", SIGTERM, 1);
-                  return rc == -1 && errno == ESRCH ? 0 : 1;
-              }),
-              0);
-}
-
-TEST(AppName, ExecutableNameOfAPidAndItsLifetime)
-{
-    char name[64] = "";
-    EXPECT_EQ(app_name_get(-1, name, sizeof name), 0);
-    EXPECT_STREQ(name, program_invocation_short_name);
-    EXPECT_EQ(app_pid_existed(getpid()), 1);
-
-    Sleeper sleeper;
-    const pid_t pid = sleeper.pid;
-    EXPECT_EQ(app_name_get(pid, name, sizeof name), 0);
-    EXPECT_STREQ(name, "sleep") << "argv[0] used instead of the executable";
-    char small[8];
-    std::memset(small, '#', sizeof small);
-    EXPECT_EQ(app_name_get(pid, small, 4), 0);
-    EXPECT_STREQ(small, "sle");
-    EXPECT_EQ(small[4], '#');
-    EXPECT_EQ(app_pid_existed(pid), 1);
-
-    sleeper.stop();
-    EXPECT_EQ(app_name_get(pid, name, sizeof name), -1);
-    EXPECT_EQ(app_pid_existed(pid), 0);
-}
-
-} // namespace

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "foundation_test.h"
 
-const char* kConf = "/tmp/cfg/net.conf";
+const char* const kConf = "/tmp/cfg/net.conf";
 const char* kOem = "/etc/default/obmc/hwmon/oem.conf";
 
 // Whether `path` is alone in its folder: no scratch file left.
@@ -50,6 +50,15 @@ TEST(KvFileEdit, WriteReplacesTheFirstMatchOrAppendsDeleteRemovesAll)
     ASSERT_EQ(0, write_conf_value(kConf, "dhcp", "on"));
     ASSERT_EQ(0, write_conf_value_safe(kConf, "mtu", "1500", ':'));
     EXPECT_EQ("dhcp=on\nmtu:1500\n", read_text(kConf));
+    // A file far larger than one read comes through whole.
+    std::string large;
+    for (int i = 0; i < 5000; ++i)
+    {
+        large += "key" + std::to_string(i) + "=value\n";
+    }
+    write_text(kConf, large);
+    ASSERT_EQ(0, write_conf_value(kConf, "key4999", "new"));
+    EXPECT_EQ(large.replace(large.rfind("value"), 5, "new"), read_text(kConf));
 }
 
 // No change leaves the file alone; a change replaces it with the same mode.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "foundation_test.h"
 
-const char* kConf = "/tmp/settings.conf";
+const char* const kConf = "/tmp/settings.conf";
 
 // Key and value are trimmed, the line is split at its first separator, keys
 // match exactly and the first matching line wins. Lines are read in

@@ -24,7 +24,12 @@ int count_of(const char* name)
 // process waits until the holder releases.
 TEST(NamedLock, InitOnceAndTheSecondProcessWaitsForTheHolder)
 {
+    const mode_t mask = umask(0);
     ASSERT_EQ(0, init_lock(kName));
+    umask(mask);
+    struct stat info = {};
+    ASSERT_EQ(0, stat("/dev/shm/sem.libkv-test-lock", &info));
+    EXPECT_EQ(0644u, info.st_mode & 0777);
     EXPECT_EQ(1, count_of(kName));
     sem_t* held = nullptr;
     ASSERT_EQ(0, get_lock(kName, &held, 0644, 1));

@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
@@ -152,6 +153,20 @@ TEST_F(VethPair, MacAddressIsSetOrRefused)
                 ElementsAre(-1, -1, -1, -1, -1, -1));
     EXPECT_EQ(mac, mac_of(left_));
     EXPECT_EQ(peer, mac_of(right_));
+}
+
+// A process that may open no descriptor gets no request socket.
+TEST(NetLink, NoSocketGivesMinusOne)
+{
+    EXPECT_EQ(0, kv::test::exit_status_of([] {
+                  const rlimit none{0, 0};
+                  const uint8_t mac[6] = {2};
+                  ::setrlimit(RLIMIT_NOFILE, &none);
+                  return if_updown("lo", 1) == -1 &&
+                                 set_mac_addr("lo", mac) == -1
+                             ? 0
+                             : 1;
+              }));
 }
 
 } // namespace

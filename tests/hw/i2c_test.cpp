@@ -1,127 +1,167 @@
 // SPDX-License-Identifier: Apache-2.0
-// The I2C transfer layer on the simulated board: the bytes of each transfer
-// shape, the bus probe, plain transfers with retries, the PCA9546 switch.
+// I2C transfers, the bus probe, the PCA9546 switch, channel requests and the
+// bus numbers of multiplexer channels on the example board.
 #include "hw_test.h"
+
+#include <libkv/ipc.h>
 
 using namespace kv::hw::test;
 namespace
 {
 
-using I2c = SimBoard;
-
-TEST_F(I2c, ReadsWriteTheOffsetThenReadAfterARepeatedStart)
+TEST_F(SimBoard, TransfersPutTheOffsetBytesFirst)
 {
     BusHandle cpld(11);
     BusHandle fru(3);
+    const int fd = cpld.fd();
     set_device_memory(3, 0x50, 0x1234, {0xDE, 0xAD});
-    std::vector<uint8_t> buf(254, 0xAA);
-    EXPECT_EQ(2, i2c_read_data(cpld.fd(), 0x3f, 0x101, 1, buf.data(), 1));
-    EXPECT_EQ(2, i2c_read_data(fru.fd(), 0x50, 0x1234, 2, buf.data() + 1, 2));
-    EXPECT_THAT(std::vector(buf.begin(), buf.begin() + 3),
-                ElementsAre(0x02, 0xDE, 0xAD));
-    EXPECT_EQ(2, i2c_read_data(cpld.fd(), 0x3f, 0x55, 0, buf.data(), 1));
-    const auto log = wire_log();
-    ASSERT_EQ(6u, log.size());
-    EXPECT_EQ(sent(11, 0x3f, {0x01}), log[0]); // the low byte only
-    EXPECT_EQ(received(11, 0x3f, {0x02}, true), log[1]);
-    EXPECT_EQ(sent(3, 0x50, {0x12, 0x34}), log[2]);
-    EXPECT_EQ(received(3, 0x50, {0xDE, 0xAD}, true), log[3]);
-    EXPECT_EQ(sent(11, 0x3f, {}), log[4]);
-    EXPECT_TRUE(log[5].read && log[5].repeated_start && log[5].length == 1);
-
-    clear_wire_log();
-    EXPECT_EQ(-1, i2c_read_data(cpld.fd(), 0x3f, 0, 1, buf.data(), 254));
-    EXPECT_THAT(wire_log(), IsEmpty());
-    EXPECT_EQ(2, i2c_read_data(cpld.fd(), 0x3f, 0, 1, buf.data(), 253));
-    EXPECT_EQ(253u, wire_log().at(1).length);
-
-    // The offset goes out, the read fails: the caller gets zeros.
-    std::fill(buf.begin(), buf.end(), 0xAA);
-    fail_transfer(2, EIO);
-    EXPECT_EQ(-1, i2c_read_data(cpld.fd(), 0x3f, 0x00, 1, buf.data(), 4));
-    EXPECT_THAT(std::vector(buf.begin(), buf.begin() + 5),
-                ElementsAre(0, 0, 0, 0, 0xAA));
-}
-
-TEST_F(I2c, WritesAreOneMessageOfOffsetAndData)
-{
-    BusHandle cpld(11);
-    BusHandle fru(3);
+    uint8_t buf[254] = {};
     const uint8_t data[254] = {0x0A, 0x0B};
-    uint8_t value = 0;
-    EXPECT_EQ(1, i2c_write_data(cpld.fd(), 0x3f, 0x20, 1, data, 2));
-    EXPECT_EQ(1, i2c_write_data(fru.fd(), 0x50, 0x0200, 2, data, 1));
-    EXPECT_EQ(1, i2c_write_data(cpld.fd(), 0x3f, 0x99, 0, data, 2));
-    EXPECT_EQ(-1, i2c_write_data(cpld.fd(), 0x3f, 0, 1, data, 254));
-    EXPECT_EQ(1, i2c_rw_data(cpld.fd(), 0x3f, data, 2, nullptr, 0));
-    EXPECT_EQ(2, i2c_rw_data(cpld.fd(), 0x3f, data, 1, &value, 1));
-    EXPECT_EQ(-1, i2c_rw_data(cpld.fd(), 0x3f, nullptr, 1, &value, 1));
-    EXPECT_EQ(-1, i2c_rw_data(cpld.fd(), 0x3f, data, 0, &value, 1));
-    EXPECT_EQ(-1, i2c_rw_data(cpld.fd(), 0x3f, data, 1, nullptr, 1));
-    EXPECT_EQ(0x0B, value);
-    EXPECT_THAT(wire_log(), ElementsAre(sent(11, 0x3f, {0x20, 0x0A, 0x0B}),
+    EXPECT_THAT(
+        std::vector({i2c_read_data(fd, 0x3f, 0, 1, buf, 254),
+                     i2c_read_data(fd, 0x3f, 0, 3, buf, 1),
+                     i2c_write_data(fd, 0x3f, 0, 1, data, 254),
+                     i2c_write_data(fd, 0x3f, 0, -1, data, 1),
+                     i2c_rw_data(fd, 0x3f, nullptr, 1, buf, 1),
+                     i2c_rw_data(fd, 0x3f, data, 0, buf, 1),
+                     i2c_rw_data(fd, 0x3f, data, 1, nullptr, 1),
+                     i2c_read_data(fd, 0x3f, 0x101, 1, buf, 1),
+                     i2c_read_data(fru.fd(), 0x50, 0x1234, 2, buf + 1, 2),
+                     i2c_write_data(fd, 0x3f, 0x20, 1, data, 2),
+                     i2c_write_data(fru.fd(), 0x50, 0x0200, 2, data, 1),
+                     i2c_read_data(fd, 0x3f, 0x55, 0, buf + 3, 1)}),
+        ElementsAre(-1, -1, -1, -1, -1, -1, -1, 2, 2, 1, 1, 2));
+    EXPECT_THAT(wire_log(), ElementsAre(sent(11, 0x3f, {0x01}),
+                                        received(11, 0x3f, {0x02}, true),
+                                        sent(3, 0x50, {0x12, 0x34}),
+                                        received(3, 0x50, {0xDE, 0xAD}, true),
+                                        sent(11, 0x3f, {0x20, 0x0A, 0x0B}),
                                         sent(3, 0x50, {0x02, 0x00, 0x0A}),
-                                        sent(11, 0x3f, {0x0A, 0x0B}),
-                                        sent(11, 0x3f, {0x0A, 0x0B}),
-                                        sent(11, 0x3f, {0x0A}),
-                                        received(11, 0x3f, {0x0B}, true)));
-    EXPECT_EQ(0x0A, device_memory(3, 0x50)[0x200]);
-}
-
-TEST_F(I2c, ProbeScansAllAddressesOnEveryCall)
-{
-    BusHandle chassis(1);
-    EXPECT_EQ(1, check_slave_active(chassis.fd(), 0x3f));
-    const auto log = wire_log();
-    ASSERT_EQ(128u, log.size());
-    for (unsigned address = 0; address < 128; ++address)
-    {
-        EXPECT_EQ(sent(1, address, {}, false, address == 0x3f ? 0 : ENXIO),
-                  log[address]);
-    }
-    EXPECT_EQ(0, check_slave_active(chassis.fd(), 0x50));
-    EXPECT_EQ(-1, check_slave_active(0, 0x3f));
-    EXPECT_EQ(256u, wire_log().size());
-}
-
-TEST_F(I2c, SendRecvMakesPlainTransfersWithRetries)
-{
-    const uint8_t offset[] = {0x00};
-    uint8_t version[2] = {};
-    EXPECT_EQ(0, i2cSendRecvMsg(0, 11, 0x3f, offset, 1, version, 2, 3, 0));
-    EXPECT_THAT(version, ElementsAre(0x01, 0x02));
-    EXPECT_THAT(wire_log(), ElementsAre(sent(11, 0x3f, {0x00}),
-                                        received(11, 0x3f, {0x01, 0x02})));
-    fail_transfer(1, EIO); // only the last operation of an attempt counts
-    EXPECT_EQ(0, i2cSendRecvMsg(0, 11, 0x3f, offset, 1, version, 2, 3, 0));
-    EXPECT_EQ(4u, wire_log().size());
-
+                                        sent(11, 0x3f, {}),
+                                        received(11, 0x3f, {buf[3]}, true)));
+    // The longest transfers, and a failed read that still fills the buffer.
     clear_wire_log();
-    fail_address(11, 0x3f, ENXIO);
-    EXPECT_EQ(-2, i2cSendRecvMsg(0, 11, 0x3f, offset, 1, nullptr, 0, 4, 0));
-    EXPECT_EQ(4u, wire_log().size());
-    EXPECT_EQ(-2, i2cSendRecvMsg(0, 11, 0x3f, offset, 1, version, 2, 3, 0));
-    EXPECT_EQ(10u, wire_log().size());
-    clear_faults();
-    EXPECT_EQ(-2, i2cSendRecvMsg(0, 11, 0x3f, offset, 1, version, 2, 0, 0));
-    EXPECT_EQ(0, i2cSendRecvMsg(0, 11, 0x3f, nullptr, 0, nullptr, 0, 1, 0));
-    EXPECT_EQ(10u, wire_log().size());
-    EXPECT_EQ(-1, i2cSendRecvMsg(0, 40, 0x3f, offset, 1, nullptr, 0, 3, 0));
+    EXPECT_EQ(2, i2c_read_data(fd, 0x3f, 0, 1, buf, 253));
+    EXPECT_EQ(1, i2c_write_data(fd, 0x3f, 0, 1, data, 253));
+    EXPECT_EQ(253u, wire_log().at(1).length);
+    EXPECT_EQ(254u, wire_log().at(2).length);
+    std::fill(buf, buf + 5, 0xAA);
+    fail_transfer(2, EIO);
+    EXPECT_EQ(-1, i2c_read_data(fd, 0x3f, 0, 1, buf, 4));
+    EXPECT_THAT(std::vector(buf, buf + 5), ElementsAre(0, 0, 0, 0, 0xAA));
 }
 
-TEST_F(I2c, Pca9546EnablesOneChannelOrNone)
+TEST_F(SimBoard, ProbeScansAllAddressesOnEveryCall)
 {
-    EXPECT_EQ(0, set_9546switch(13, 0x70, 2));
-    EXPECT_EQ(0x02, mux_control(13, 0x70));
-    EXPECT_EQ(0, set_9546switch(13, 0x70, 0));
-    EXPECT_EQ(0, set_9546switch(13, 0x70, 9));
-    EXPECT_EQ(0x00, mux_control(13, 0x70));
-    EXPECT_THAT(wire_log(), ElementsAre(sent(13, 0x70, {0x00, 0x02}),
-                                        sent(13, 0x70, {0x00, 0x00}),
-                                        sent(13, 0x70, {0x00, 0x00})));
+    BusHandle bus(1);
+    EXPECT_EQ(1, check_slave_active(bus.fd(), 0x3f));
+    EXPECT_EQ(0, check_slave_active(bus.fd(), 0x50));
+    EXPECT_EQ(-1, check_slave_active(0, 0x3f));
+    const auto log = wire_log();
+    ASSERT_EQ(256u, log.size());
+    for (unsigned i = 0; i < 256; ++i)
+    {
+        EXPECT_EQ(sent(1, i % 128, {}, false, i % 128 == 0x3f ? 0 : ENXIO),
+                  log[i]);
+    }
+}
+
+TEST_F(SimBoard, SendRecvRetriesPlainTransfers)
+{
+    const uint8_t zero[] = {0};
+    uint8_t version[2] = {};
+    fail_transfer(1, EIO); // only the last operation of an attempt counts
+    EXPECT_EQ(0, i2cSendRecvMsg(0, 11, 0x3f, zero, 1, version, 2, 3, 0));
+    EXPECT_THAT(version, ElementsAre(0x01, 0x02));
+    EXPECT_THAT(wire_log(), ElementsAre(sent(11, 0x3f, {0}, false, EIO),
+                                        received(11, 0x3f, {0x01, 0x02})));
+    fail_address(11, 0x3f, ENXIO);
     fail_address(13, 0x70, ENXIO);
-    EXPECT_EQ(-2, set_9546switch(13, 0x70, 1));
-    EXPECT_EQ(6u, wire_log().size());
+    EXPECT_EQ(-2, i2cSendRecvMsg(0, 11, 0x3f, zero, 1, nullptr, 0, 4, 0));
+    EXPECT_EQ(-2, i2cSendRecvMsg(0, 11, 0x3f, zero, 1, version, 2, 3, 0));
+    EXPECT_EQ(-2, set_9546switch(13, 0x70, 1)); // three attempts
+    EXPECT_EQ(15u, wire_log().size());
+    EXPECT_EQ(-2, i2cSendRecvMsg(0, 11, 0x3f, zero, 1, version, 2, 0, 0));
+    EXPECT_EQ(0, i2cSendRecvMsg(0, 11, 0x3f, nullptr, 0, nullptr, 0, 1, 0));
+    EXPECT_EQ(15u, wire_log().size());
+    EXPECT_EQ(-1, i2cSendRecvMsg(0, 40, 0x3f, zero, 1, nullptr, 0, 3, 0));
+}
+
+TEST_F(SimBoard, Pca9546EnablesChannelOneToEightOrNone)
+{
+    for (auto [channel, control] :
+         {std::pair{0, 0}, {1, 1}, {2, 2}, {4, 8}, {8, 0x80}, {9, 0}})
+    {
+        EXPECT_EQ(0, set_9546switch(13, 0x70, channel));
+        EXPECT_EQ(sent(13, 0x70, {0, uint8_t(control)}), wire_log().back());
+    }
+}
+
+// The platform segment is attached once per process, and the flags must be
+// seen across processes: each requester is a child of its own.
+void in_child(const std::function<void()>& body)
+{
+    EXPECT_EQ(0, kv::test::exit_status_of([&] {
+                  body();
+                  return int(testing::Test::HasFailure());
+              }));
+}
+
+// The flag byte of (bus 13, multiplexer 0x70) in the platform segment.
+int flag()
+{
+    return static_cast<uint8_t*>(get_shm_address())[217580 + 13 * 127 + 0x70];
+}
+
+int request(uint8_t channel, int enable)
+{
+    BusHandle bus(13);
+    return switch_channel_request(bus.fd(), 13, channel, 0x70, enable);
+}
+
+TEST_F(SimBoard, ChannelRequestKeepsOthersOffUntilReleased)
+{
+    in_child([] {
+        EXPECT_THAT(std::vector({request(1, 1), flag(), request(1, 1)}),
+                    ElementsAre(0, 1, 0xC0));
+    });
+    in_child([] {
+        EXPECT_THAT(std::vector({request(2, 1), request(2, 0), flag(),
+                                 request(2, 0), request(0, 1), request(0, 0),
+                                 request(7, 1), request(7, 0), request(8, 1)}),
+                    ElementsAre(0xC0, 0, 0, 0, 0, 0, 0, 0, 0));
+    });
+    // Releasing sends nothing.
+    EXPECT_THAT(wire_log(),
+                ElementsAre(sent(13, 0x70, {0, 2}), sent(13, 0x70, {0, 1}),
+                            sent(13, 0x70, {0, 0x80}), sent(13, 0x70, {0, 0})));
+}
+
+TEST_F(SimBoard, ChannelBusFromTheKernelLogCapturedOnce)
+{
+    // Without its directory no capture can be made: no line, bus 0.
+    EXPECT_EQ(0, CmmFunGetI2CExtBus(13, 1));
+    kv::test::make_dirs("/var/run/obmcinfo/i2c");
+    const std::string capture = "/var/run/obmcinfo/i2c_dmesg";
+    CmmFunGetI2CExtBus(13, 1);
+    EXPECT_TRUE(read_text(capture));
+    // "i2c-13" also matches the i2c-130 line, "i2c-1" the i2c-13 lines.
+    write_text(capture,
+               "[ 1.310000] i2c i2c-1: new_device: Instantiated device 24c02\n"
+               "[ 2.345678] i2c i2c-13: Added multiplexed i2c bus 16\n"
+               "[ 2.345701] i2c i2c-13: Added multiplexed i2c bus 17\n"
+               "[ 2.345744] i2c i2c-13: Added multiplexed i2c bus 19\n"
+               "[ 2.501234] i2c i2c-130: Added multiplexed i2c bus 134\n");
+    for (auto [bus, channel, number] : {std::tuple{13, 1, 16},
+                                        {13, 3, 19},
+                                        {13, 4, 134},
+                                        {13, 5, 0},
+                                        {1, 1, 0},
+                                        {1, 3, 17},
+                                        {7, 1, 0}})
+    {
+        EXPECT_EQ(number, CmmFunGetI2CExtBus(bus, channel)) << bus << channel;
+    }
 }
 
 } // namespace

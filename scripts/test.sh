@@ -5,7 +5,7 @@
 #   sanitize  the same with the address and undefined-behaviour sanitizers
 #   armhf     cross-build for the BMC's 32-bit ARM, run the suite under qemu-arm
 #   bmc       boot an emulated AST2600 BMC, run the hardware tests on its kernel
-#   fuzz      every fuzz target for 20 s on a clang build with the sanitizers
+#   fuzz      every fuzz target for 10 s on a clang build with the sanitizers
 # and ends with the time each stage took.
 #   sh scripts/test.sh [plain|sanitize|armhf|bmc|fuzz]...
 set -eu
@@ -44,7 +44,7 @@ for stage in $stages; do
         ;;
     armhf) sh scripts/test_armhf.sh ;;
     bmc) sh scripts/test_bmc.sh ;;
-    fuzz) sh scripts/fuzz.sh 20 ;;
+    fuzz) sh scripts/fuzz.sh 10 ;;
     esac
     times="$times
   $stage: $(($(date +%s) - start)) s"

@@ -20,10 +20,14 @@ constexpr unsigned kReceiveTimeoutSeconds = 30;
 constexpr size_t kCodeSize = 4;
 // Payload bytes a receiver's 257-byte buffer holds after length and code.
 constexpr size_t kMaxReceivedPayload = 252;
+// The most a record's length byte can count besides the code.
+constexpr size_t kMaxSentPayload = 255 - kCodeSize;
 
 int send_record(const char* fifo, uint32_t code, const void* data, uint8_t len)
 {
-    if (data == nullptr && len != 0)
+    // A longer payload would wrap the length byte and the receiver would
+    // take the rest of the record for records of their own.
+    if ((data == nullptr && len != 0) || len > kMaxSentPayload)
     {
         return -1;
     }

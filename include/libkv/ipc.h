@@ -52,7 +52,8 @@ KV_EXPORT int get_from_q(char* buf, int len, int fd, int* got);
 /* ---- Storage channels ----------------------------------------------------
  * Body: 32-bit code, least significant byte first, then 0..251 payload
  * bytes. A receive fills `out` (257 bytes): payload length, the code in
- * native order, the payload. An empty receive has the code 0. */
+ * native order, the payload. An empty receive has the code 0. A send is 0,
+ * or -1 when the FIFO cannot be opened or the payload is longer than 251. */
 
 KV_EXPORT int send_storage_func(uint32_t code, const void* data, uint8_t len);
 KV_EXPORT int storage_send_redfish_func(uint32_t code, const void* data,

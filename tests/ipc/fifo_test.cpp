@@ -34,6 +34,7 @@ TEST(Fifo, StorageRecordsAreLengthCodeAndPayload)
     EXPECT_EQ(0, send_storage_func(0x01020304, "\xAA\xBB", 2));
     EXPECT_EQ(0, send_storage_func(0xDEADBEEF, nullptr, 0));
     EXPECT_EQ(-1, send_storage_func(1, nullptr, 1));
+    EXPECT_EQ(-1, send_storage_func(1, Bytes(252).data(), 252)); // wraps
     EXPECT_EQ(12, read(fd, out.data(), 20));
     EXPECT_THAT(
         Bytes(out.begin(), out.begin() + 12),

@@ -5,159 +5,276 @@
 
 #include <libkv/fru.h>
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
-#include <array>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <string>
 
 namespace
 {
 
-using namespace kv::test;
-using Edits = std::vector<std::array<std::string, 3>>;
+using kv::test::read_text;
+using kv::test::stdout_of;
+using kv::test::write_text;
+using testing::HasSubstr;
 
-std::string text(uint8_t type_len, const uint8_t* data)
+std::string field(const kv_fru_field& f)
 {
-    return {reinterpret_cast<const char*>(data), uint8_t(type_len - 0xC0)};
+    return std::string(reinterpret_cast<const char*>(f.data),
+                       f.type_len - 0xC0);
 }
 
-// The template with, for each edit, the first line starting with `from`
-// at or after `section` replaced.
-std::string edited(const Edits& edits)
+std::string custom(const kv_fru_custom_fields& c, int i)
 {
-    std::string ini;
+    return std::string(reinterpret_cast<const char*>(c.data[i]),
+                       c.type_len[i] - 0xC0);
+}
+
+std::string template_text()
+{
+    std::string text;
     for (const auto& line : default_ini)
     {
-        ini += "\n" + std::string(line);
+        text += std::string(line) + "\n";
     }
-    for (const auto& [section, from, to] : edits)
-    {
-        const auto at = ini.find("\n" + from, ini.find("\n" + section)) + 1;
-        ini.replace(at, ini.find('\n', at) - at, to);
-    }
-    return ini.substr(1) + "\n";
+    return text;
 }
 
-// fru_read_ini's result and output, on `ini` as ./fru.ini.
+// `text` with the first line starting with `from` at or after `section`
+// replaced by `to`.
+std::string edited(const std::string& section, const std::string& from,
+                   const std::string& to, std::string text = template_text())
+{
+    const auto header = text.find(section);
+    const auto at = text.find("\n" + from, header - (header > 0)) + 1;
+    text.replace(at, text.find('\n', at) - at, to);
+    return text;
+}
+
+// fru_read_ini's result and what it printed, on `ini` as ./fru.ini.
 std::pair<int, std::string> read_ini(const std::string& ini)
 {
-    write_text("fru.ini", ini);
+    write_text("/tmp/fru.ini", ini);
     fru_init();
     int result = 1;
     const std::string out = stdout_of([&] { result = fru_read_ini(); });
     return {result, out};
 }
 
-// Loose matching, kept as existing files expect it.
-TEST(Ini, Lookup)
+TEST(Lookup, LooseMatchingKeptAsFilesExpectIt)
 {
-    write_text("a.ini", "[A]\nSerialNumber =   \"long\"  \nEmpty\n[B]\n"
-                        "Note = \"x#y\" # c\n  Indented = 1\n");
-    // Keys are prefixes starting in column 1; a matching line without '='
-    // ends the search.
-    const std::array<const char*, 3> cases[] = {
-        {"A", "SerialNum", "\"long\"  \n"},
-        {"B", "Note", "\"x"},
-        {"B", "Indented", nullptr},
-        {"A", "Empty", nullptr},
-        {"C", "SerialNum", nullptr}};
-    for (auto [section, key, value] : cases)
+    write_text("/tmp/a.ini", "[A]\n"
+                             "SerialNumber =   \"long\"  \n"
+                             "Empty\n"
+                             "[B]\n"
+                             "Note = \"x#y\" # comment\n"
+                             "  Indented = \"no\"\n"
+                             "Plain = 42\n");
+    // Prefix match: SerialNum finds SerialNumber; the line end stays.
+    EXPECT_STREQ(GetIniKeyString("A", "SerialNum", "/tmp/a.ini"),
+                 "\"long\"  \n");
+    // Section A never ends, so keys of B are found from A.
+    EXPECT_STREQ(GetIniKeyString("A", "Plain", "/tmp/a.ini"), "42\n");
+    EXPECT_EQ(GetIniKeyInt("A", "Plain", "/tmp/a.ini"), 42);
+    EXPECT_STREQ(GetIniKeyString("B", "Note", "/tmp/a.ini"), "\"x");
+    // Keys start in column 1; a matching line without '=' ends the search.
+    EXPECT_EQ(GetIniKeyString("B", "Indented", "/tmp/a.ini"), nullptr);
+    EXPECT_EQ(GetIniKeyString("A", "Empty", "/tmp/a.ini"), nullptr);
+    EXPECT_EQ(GetIniKeyString("C", "Plain", "/tmp/a.ini"), nullptr);
+
+    // One static buffer for every result.
+    char* first = GetIniKeyString("A", "Plain", "/tmp/a.ini");
+    EXPECT_EQ(GetIniKeyString("A", "SerialNum", "/tmp/a.ini"), first);
+
+    char* missing = first;
+    EXPECT_EQ(stdout_of([&] {
+                  missing = GetIniKeyString("A", "Plain", "/tmp/none.ini");
+              }),
+              "have   no   such   file ");
+    EXPECT_EQ(missing, nullptr);
+    int value = 1;
+    stdout_of([&] { value = GetIniKeyInt("A", "Plain", "/tmp/none.ini"); });
+    EXPECT_EQ(value, 0);
+}
+
+TEST(Lookup, TextHelpers)
+{
+    char padded[] = "   a b  ";
+    EXPECT_EQ(rtspace(padded), padded);
+    EXPECT_STREQ(padded, "a b");
+    char tabbed[] = "\t x \n";
+    EXPECT_STREQ(rtspace(tabbed), "\t x \n");
+
+    char quoted[] = "\"in\"side\" \n";
+    char* inner = fru_get_str(quoted);
+    EXPECT_EQ(inner, quoted + 1);
+    EXPECT_STREQ(inner, "in");
+    char one[] = "\"open";
+    EXPECT_EQ(fru_get_str(one), nullptr);
+    EXPECT_EQ(fru_get_str(nullptr), nullptr);
+}
+
+TEST(Template, ThirtyLinesAsTheToolWritesThem)
+{
+    ASSERT_EQ(config_default_ini(default_ini, KV_FRU_INI_LINES, "fru.ini"), 0);
+    const std::string text = read_text("/tmp/fru.ini").value();
+    EXPECT_EQ(text, template_text());
+    EXPECT_EQ(text.substr(0, 40),
+              "[ChassisInfoArea]\nType = \"2\"\nPartNum = \"");
+    EXPECT_THAT(text,
+                HasSubstr("\nFRUFileID = \nCustomDataString = \"N/A\"\n"));
+    EXPECT_EQ(text.substr(text.size() - 26), "CustomDataString4 = \"N/A\"\n");
+
+    char lines[2][KV_FRU_INI_LINE_BYTES] = {"has its own\n", "x"};
+    ASSERT_EQ(config_default_ini(lines, 2, "/tmp/b.ini"), 0);
+    EXPECT_EQ(read_text("/tmp/b.ini"), "has its own\nx\n");
+    EXPECT_EQ(config_default_ini(nullptr, 2, "/tmp/b.ini"), -1);
+    EXPECT_EQ(config_default_ini(lines, 2, nullptr), -1);
+    EXPECT_EQ(config_default_ini(lines, 2, "/tmp/no/dir.ini"), -2);
+}
+
+TEST(Tables, FourTablesOneAfterAnother)
+{
+    // The library's own definitions: a program may hold copies of them.
+    void* lib = dlopen("libkv.so.1", RTLD_NOW | RTLD_NOLOAD);
+    ASSERT_NE(lib, nullptr);
+    auto* chassis = static_cast<kv_fru_param*>(dlsym(lib, "chassis_param"));
+    EXPECT_EQ(dlsym(lib, "board_param"), chassis + 3);
+    EXPECT_EQ(dlsym(lib, "product_param"), chassis + 15);
+    EXPECT_EQ(dlsym(lib, "fru_param"), chassis + 27);
+    dlclose(lib);
+
+    EXPECT_STREQ(board_param[11].key, "CustomDataString5");
+    EXPECT_STREQ(product_param[6].section, "ProductInfoArea");
+    for (int i = 0; i < 27; ++i)
     {
-        EXPECT_STREQ(GetIniKeyString(section, key, "a.ini"), value);
+        const kv_fru_param& same = i < 3    ? chassis_param[i]
+                                   : i < 15 ? board_param[i - 3]
+                                            : product_param[i - 15];
+        EXPECT_EQ(fru_param[i].index, i);
+        EXPECT_STREQ(fru_param[i].key, same.key);
+        EXPECT_STREQ(fru_param[i].section, same.section);
     }
 }
 
-TEST(Ini, TemplateSlots)
+TEST(ReadIni, TemplateFillsRecordIncludingNeighbourRows)
 {
-    // A slot's own line end is kept; a full slot has no terminator.
-    char lines[2][KV_FRU_INI_LINE_BYTES] = {"own\n"};
-    std::memset(lines[1], 'y', sizeof lines[1]);
-    ASSERT_EQ(config_default_ini(lines, 2, "b.ini"), 0);
-    EXPECT_EQ(read_text("b.ini"), "own\n" + std::string(256, 'y') + "\n");
-    EXPECT_EQ(config_default_ini(nullptr, 2, "b.ini"), -1);
-    EXPECT_EQ(config_default_ini(lines, 2, "/no/b.ini"), -2);
+    setenv("TZ", "UTC", 1);
+    tzset();
+    const auto [result, out] = read_ini(template_text());
+    ASSERT_EQ(result, 0);
+    EXPECT_EQ(out, "chassis0 2 \nchassis1 N/A \nchassis2 N/A \n");
+
+    EXPECT_EQ(fru.chassis.type, 2);
+    EXPECT_EQ(field(fru.chassis.field[KV_FRU_CHASSIS_SERIAL_NUMBER]), "N/A");
+    // Chassis custom fields are board rows 0..7.
+    EXPECT_EQ(custom(fru.chassis.custom, 0), "2019/07/27 15:04:00");
+    EXPECT_EQ(custom(fru.chassis.custom, 2), "krafloxkle");
+    EXPECT_EQ(fru.chassis.custom.type_len[5], 0xC0); // empty FRUFileID
+
+    // 12396424 minutes (UTC): least significant byte first.
+    EXPECT_EQ(fru.board.mfg_date[0], 0x88);
+    EXPECT_EQ(fru.board.mfg_date[1], 0x27);
+    EXPECT_EQ(fru.board.mfg_date[2], 0xBD);
+    EXPECT_STREQ(board_param[0].value, "2019"); // split in place
+    EXPECT_EQ(field(fru.board.field[KV_FRU_BOARD_MANUFACTURER]), "VeldMarke");
+    EXPECT_EQ(fru.board.field[KV_FRU_BOARD_FILE_ID].type_len, 0xC0);
+    // Board custom fields 7 and 8 are product rows 0 and 1.
+    EXPECT_EQ(custom(fru.board.custom, 5), "N/A");
+    EXPECT_EQ(custom(fru.board.custom, 6), "VeldMarke");
+    EXPECT_EQ(custom(fru.board.custom, 7), "krafloxkle");
+
+    EXPECT_EQ(field(fru.product.field[KV_FRU_PRODUCT_SERIAL_NUMBER]),
+              "000011112222");
+    // Product custom fields 6..8 are fru_param's empty rows.
+    EXPECT_EQ(custom(fru.product.custom, 4), "N/A");
+    for (int i = 5; i < 8; ++i)
+    {
+        EXPECT_EQ(fru.product.custom.type_len[i], 0xC0);
+    }
 }
 
-// Every slot takes its row; custom fields run on into the next table.
-TEST(Ini, SlotsAndRows)
+TEST(ReadIni, MissingKeysAndTheirMessages)
 {
-    // Every value but Type and time names its template line.
-    std::string ini;
-    for (int i = 0; i < KV_FRU_INI_LINES; ++i)
-    {
-        std::string line = default_ini[i];
-        const auto at = line.find(" = ");
-        if (at != line.npos && i != 1 && i != 5)
-        {
-            line.replace(at, line.npos, " = \"v" + std::to_string(i) + "\"");
-        }
-        ini += line + "\n";
-    }
+    auto [result, out] = read_ini(edited("[Chassis", "Type", "Kind = 2"));
+    EXPECT_EQ(result, -3);
+    EXPECT_EQ(out, "在fru.ini文件ChassisInfoArea中无法找到关键字段Type");
+
+    // Sections never end: a key missing from the chassis section is taken
+    // from the board section below it.
+    std::string ini = edited("[Chassis", "SerialNum", "Serial: x");
+    std::tie(result, out) =
+        read_ini(edited("[Board", "SerialNum", "SerialNum = \"B-1\"", ini));
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(field(fru.chassis.field[KV_FRU_CHASSIS_SERIAL_NUMBER]), "B-1");
+
+    // The board message names the row counted from the chassis table.
+    ini = edited("[Board", "PartNum", "Part: x");
+    std::tie(result, out) = read_ini(edited("[Product", "PartNum", "x", ini));
+    EXPECT_EQ(result, -3);
+    EXPECT_EQ(out.substr(out.find("在")),
+              "在fru.ini文件BoardInfoArea中无法找到关键字段Manufacturer\n");
+    ini = edited("[Board", "FRUFileID", "x");
+    std::tie(result, out) = read_ini(edited("[Product", "FRUFileID", "x", ini));
+    EXPECT_EQ(result, -3);
+    EXPECT_THAT(out, HasSubstr("BoardInfoArea中无法找到关键字段ProductName\n"));
+    // Custom strings and the product FRUFileID may be left out.
+    EXPECT_EQ(read_ini(edited("[Board", "CustomDataString5", "x")).first, 0);
+    EXPECT_EQ(fru.board.custom.type_len[5], 0xC0);
+    EXPECT_EQ(read_ini(edited("[Product", "FRUFileID", "x")).first, 0);
+
+    std::tie(result, out) =
+        read_ini(edited("[Product", "[ProductInfoArea]", "[Other]"));
+    EXPECT_EQ(result, -3);
+    EXPECT_EQ(out.substr(out.find("在")),
+              "在fru.ini文件ProductInfoArea中无法找到关键字段Type\n");
+
+    ini = edited("[Board", "time", "time = \"2019/07/27\"");
+    EXPECT_EQ(read_ini(ini).first, -4);
+
+    std::remove("/tmp/fru.ini");
+    int created = 0;
+    out = stdout_of([&] { created = create_fru_bin(); });
+    EXPECT_EQ(created, 15);
+    EXPECT_EQ(out, "have   no   such   file "
+                   "在fru.ini文件ChassisInfoArea中无法找到关键字段Type");
+}
+
+TEST(ReadIni, ValueEdgeCases)
+{
+    std::string ini = edited("[Chassis", "Type", "Type = 23");
     ASSERT_EQ(read_ini(ini).first, 0);
-    // Template line of each fixed, then custom field; 0: empty.
-    std::vector<std::string> got, want;
-    auto add = [&](auto& area) {
-        for (auto& f : area.field)
-        {
-            got.push_back(text(f.type_len, f.data));
-        }
-        for (int i = 0; i < KV_FRU_CUSTOM_FIELDS; ++i)
-        {
-            got.push_back(text(area.custom.type_len[i], area.custom.data[i]));
-        }
-    };
-    add(fru.chassis);
-    add(fru.board);
-    add(fru.product);
-    for (int n : {2,  3,  5,  6,  7,  8,  9,  10, 11, 12, 6,  7,  8,
-                  9,  10, 11, 12, 13, 14, 15, 16, 18, 19, 18, 19, 20,
-                  21, 22, 23, 24, 25, 26, 27, 28, 29, 0,  0,  0})
-    {
-        want.push_back(n == 5 ? "2019/07/27 15:04:00"
-                       : n    ? "v" + std::to_string(n)
-                              : "");
-    }
-    EXPECT_EQ(want, got);
-}
+    EXPECT_EQ(fru.chassis.type, 0);
+    EXPECT_STREQ(chassis_param[0].value, "");
 
-TEST(Ini, MissingKeys)
-{
-    const std::tuple<Edits, int, std::string> cases[] = {
-        {{{"[Ch", "Type", "x"}}, -3, ""},
-        // A key missing from a section is taken from the sections below.
-        {{{"[Ch", "SerialNum", "x"}, {"[Bo", "SerialNum", "SerialNum=\"B\""}},
-         0,
-         "chassis2 B \n"},
-        // The board message names the row counted from the chassis table.
-        {{{"[Bo", "PartNum", "x"}, {"[Pr", "PartNum", "x"}},
-         -3,
-         "Manufacturer\n"},
-        {{{"[Bo", "FRUFileID", "x"}, {"[Pr", "FRUFileID", "x"}}, -3, ""},
-        // Custom strings and the product FRUFileID may be left out.
-        {{{"[Bo", "CustomDataString5", "x"}, {"[Pr", "FRUFileID", "x"}}, 0, ""},
-        {{{"[Pr", "[ProductInfoArea]", "x"}}, -3, ""},
-        {{{"[Bo", "time", "time = \"2019/07/27\""}}, -4, ""}};
-    for (const auto& [edits, result, tail] : cases)
-    {
-        const auto [got, out] = read_ini(edited(edits));
-        EXPECT_EQ(got, result);
-        EXPECT_THAT(out, testing::EndsWith(tail));
-    }
-}
+    ini = edited("[Chassis", "PartNum", "PartNum = \"A#B\"");
+    ASSERT_EQ(read_ini(ini).first, 0);
+    EXPECT_EQ(fru.chassis.field[KV_FRU_CHASSIS_PART_NUMBER].type_len, 0xC0);
 
-TEST(Ini, ValueEdgeCases)
-{
+    ini = edited("[Product", "AssetTag",
+                 "AssetTag = \"" + std::string(63, 'a') + "\"");
+    ASSERT_EQ(read_ini(ini).first, 0);
+    EXPECT_EQ(fru.product.field[KV_FRU_PRODUCT_ASSET_TAG].type_len, 0xFF);
+
+    // 64 characters fill the slot without terminator and wrap the type
+    // byte to 0, which the builder then refuses for a fixed field.
     const std::string full(64, 'p');
-    ASSERT_EQ(read_ini(edited({{"[Ch", "PartNum", "PartNum=\"" + full + "\""}}))
-                  .first,
-              0);
-    // 64 characters fill the slot unterminated and wrap the type byte to 0,
-    // which the builder then refuses for a fixed field.
-    const kv_fru_field* f = fru.chassis.field;
-    EXPECT_EQ(f[0].type_len, 0);
-    EXPECT_EQ(text(f[0].type_len, f[0].data), full);
-    EXPECT_EQ(f[1].type_len, 0xC3);
-    stdout_of([] { EXPECT_EQ(create_fru_bin(), 16); });
+    ini = edited("[Chassis", "PartNum", "PartNum = \"" + full + "\"");
+    ASSERT_EQ(read_ini(ini).first, 0);
+    EXPECT_EQ(std::string(chassis_param[1].value, 64), full);
+    EXPECT_STREQ(chassis_param[2].key, "SerialNum");
+    const kv_fru_field& part = fru.chassis.field[KV_FRU_CHASSIS_PART_NUMBER];
+    EXPECT_EQ(part.type_len, 0);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(part.data), 64), full);
+    EXPECT_EQ(fru.chassis.field[KV_FRU_CHASSIS_SERIAL_NUMBER].type_len, 0xC3);
+    int created = 0;
+    stdout_of([&] { created = create_fru_bin(); });
+    EXPECT_EQ(created, 16);
 }
 
 } // namespace

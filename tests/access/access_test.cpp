@@ -14,18 +14,14 @@
 #include <unistd.h>
 
 using namespace kv::test;
+namespace fs = std::filesystem;
 
 namespace
 {
 
-constexpr const char* kRules = "/etc/user/rules";
-constexpr const char* kPrivilege = "/etc/user/privilege";
-constexpr const char* kRulesPending = "/etc/user/rules_temp";
-
-std::string text_of(const char* path)
-{
-    return read_text(path).value_or("<missing>");
-}
+const char* const kRules = "/etc/user/rules";
+const char* const kUsers = "/etc/user/privilege";
+const char* const kPending = "/etc/user/rules_temp";
 
 // setUserRule, and its change committed.
 int set_rule(unsigned char id, std::string ipv4, std::string mac = "",
@@ -36,8 +32,7 @@ int set_rule(unsigned char id, std::string ipv4, std::string mac = "",
     return result;
 }
 
-// The rules as read, in the lines the store writes for them; `result` is
-// getUserRule's.
+// The rules as read, in the lines the store writes; `result` is getUserRule's.
 std::string read_rules(int result = 0)
 {
     std::vector<userRule> rules;
@@ -64,27 +59,23 @@ std::string read_users(int result = 0)
     return text;
 }
 
-mode_t mode_of(const char* path)
-{
-    struct stat info = {};
-    EXPECT_EQ(0, ::stat(path, &info)) << path;
-    return info.st_mode & 07777;
-}
-
 TEST(RuleStore, ChangeWaitsInTempUntilCommittedOrDropped)
 {
     std::string net = "10.0.0.0/8", none;
+    const char* line = "1,10.0.0.0/8,,,1,\n";
     ASSERT_EQ(0, setUserRule(1, net, none, "", true, ""));
-    EXPECT_EQ("1,10.0.0.0/8,,,1,\n", text_of(kRulesPending));
-    EXPECT_EQ("", read_rules(4103)) << "the pending change is not read";
+    EXPECT_EQ(line, read_text(kPending));
+    // The pending change is not read; dropped, and then nothing to drop.
+    EXPECT_EQ("", read_rules(4103));
     EXPECT_EQ(0, updateFile(kRules, 0));
-    EXPECT_FALSE(read_text(kRulesPending) || read_text(kRules));
-    EXPECT_EQ(0, updateFile(kRules, 0)) << "nothing to drop";
+    EXPECT_FALSE(read_text(kPending) || read_text(kRules));
+    EXPECT_EQ(0, updateFile(kRules, 0));
     ASSERT_EQ(0, setUserRule(1, net, none, "", true, ""));
     EXPECT_EQ(0, updateFile(kRules, 1));
-    EXPECT_EQ("1,10.0.0.0/8,,,1,\n", text_of(kRules));
-    EXPECT_FALSE(read_text(kRulesPending));
-    EXPECT_EQ(1, updateFile(kRules, 1)) << "nothing left to commit";
+    EXPECT_EQ(line, read_text(kRules));
+    EXPECT_FALSE(read_text(kPending));
+    // Nothing left to commit.
+    EXPECT_EQ(1, updateFile(kRules, 1));
     EXPECT_EQ(1, updateFile(nullptr, 0));
 }
 
@@ -96,7 +87,7 @@ TEST(RuleStore, StoringAnIdAgainMovesItsOnlyLineToTheEnd)
     set_rule(1, "192.168.1.0/23");
     const std::string lines = "0,,00:11:22,08:00-18:00,0,fe80::/64\n"
                               "2,,,,1,\n1,192.168.1.0/23,,,1,\n";
-    EXPECT_EQ(lines, text_of(kRules));
+    EXPECT_EQ(lines, read_text(kRules));
     EXPECT_EQ(lines, read_rules());
 }
 
@@ -148,10 +139,7 @@ TEST(RuleStore, LinesReadBackAsOperatorsWriteThem)
     std::remove(kRules);
     EXPECT_EQ(4103, getUserRule(rules));
     EXPECT_EQ(1u, rules.size());
-}
-
-TEST(RuleStore, OverlongLineEndsTheFileForReadersAndRewrites)
-{
+    // A line over 1023 characters ends the file for readers and rewrites.
     const auto file_with = [](size_t length) {
         return "0,,,,1,\n1,,," + std::string(length - 7, 'x') +
                ",1,\n2,,,,1,\n";
@@ -161,19 +149,19 @@ TEST(RuleStore, OverlongLineEndsTheFileForReadersAndRewrites)
     write_text(kRules, file_with(1024));
     EXPECT_EQ("0,,,,1,\n", read_rules());
     EXPECT_EQ(0, set_rule(1, "10.0.0.0/8"));
-    EXPECT_EQ("0,,,,1,\n1,10.0.0.0/8,,,1,\n", text_of(kRules));
+    EXPECT_EQ("0,,,,1,\n1,10.0.0.0/8,,,1,\n", read_text(kRules));
 }
 
 TEST(RuleStore, LeftoverTempIsDroppedAndCommitKeepsTheMode)
 {
     const mode_t old_mask = ::umask(022);
-    write_text(kRulesPending, "9,half a change\n");
+    write_text(kPending, "9,half a change\n");
     EXPECT_EQ(0, set_rule(0, "10.0.0.0/8"));
-    EXPECT_EQ("0,10.0.0.0/8,,,1,\n", text_of(kRules));
-    EXPECT_EQ(0644u, mode_of(kRules));
-    ASSERT_EQ(0, ::chmod(kRules, 0600));
+    EXPECT_EQ("0,10.0.0.0/8,,,1,\n", read_text(kRules));
+    EXPECT_EQ(fs::perms(0644), fs::status(kRules).permissions());
+    fs::permissions(kRules, fs::perms(0600));
     EXPECT_EQ(0, set_rule(0, "10.0.0.0/16"));
-    EXPECT_EQ(0600u, mode_of(kRules));
+    EXPECT_EQ(fs::perms(0600), fs::status(kRules).permissions());
     ::umask(old_mask);
 }
 
@@ -187,42 +175,39 @@ TEST(RuleStore, TempThatCannotBeMadeOrWrittenFailsTheChange)
     ASSERT_EQ(0, ::mount("tmpfs", "/etc/user", "tmpfs", 0, "size=4k"));
     write_text("/etc/user/filler", std::string(4096, 'f'));
     EXPECT_EQ(4102, set_rule(0, "10.0.0.0/8"));
-    EXPECT_FALSE(std::filesystem::exists(kRulesPending));
+    EXPECT_FALSE(fs::exists(kPending));
     ::umount2("/etc/user", MNT_DETACH);
 }
 
 TEST(PrivilegeStore, UsersAreWrittenWithTwelveBitsInPlaceOfTheirOldLines)
 {
-    write_text(kPrivilege, "alice,1,\nbob,1000000000001,\nalice,11,\n\n");
-    for (const char* user : {"carol,,0212", "alice,110,2"})
-    {
-        std::vector<std::string> f;
-        split(f, user, ',');
-        EXPECT_EQ(0u, setUserPrivilege(f[0], f[1], f[2]));
-        EXPECT_EQ(0, updateFile(kPrivilege, 1));
-    }
+    write_text(kUsers, "alice,1,\nbob,1000000000001,\nalice,11,\n\n");
+    EXPECT_EQ(0u, setUserPrivilege("carol", "", "0212"));
+    EXPECT_EQ(0, updateFile(kUsers, 1));
+    EXPECT_EQ(0u, setUserPrivilege("alice", "110", "2"));
+    EXPECT_EQ(0, updateFile(kUsers, 1));
     EXPECT_EQ("bob,1000000000001,\n\ncarol,000000000000,0212\n"
               "alice,000000000110,2\n",
-              text_of(kPrivilege));
+              read_text(kUsers));
     // Bad lines are skipped and reading goes on.
     EXPECT_EQ("bob,100000000000,\ncarol,000000000000,0212\n"
               "alice,000000000110,2\n",
               read_users(4096));
-    write_text(kPrivilege, "carol,11,2,extra\ndave,1\nerin,100,");
+    write_text(kUsers, "carol,11,2,extra\ndave,1\nerin,100,");
     EXPECT_EQ("carol,000000000011,2\nerin,000000000100,\n", read_users(4096));
-    std::remove(kPrivilege);
+    std::remove(kUsers);
     EXPECT_EQ("", read_users(4103));
-}
-
-TEST(PrivilegeStore, BadRuleIdsPrivilegesAndNamesWriteNothing)
-{
+    // Bad rule ids, privileges and names write nothing; a line may not
+    // pass 1023 characters.
     EXPECT_EQ(4104u, setUserPrivilege("dave", "1", "013"));
     EXPECT_EQ(4100u, setUserPrivilege("dave", "000000000002", "0"));
-    EXPECT_EQ(4096u, setUserPrivilege("dave,111111111111,", "1", ""));
-    EXPECT_EQ(4096u, setUserPrivilege("x\nroot", "1", ""));
-    // The line may not pass 1023 characters.
-    EXPECT_EQ(4096u, setUserPrivilege(std::string(1010, 'd'), "1", ""));
-    EXPECT_FALSE(std::filesystem::exists("/etc/user/privilege_temp"));
+    for (const std::string& name :
+         {std::string("dave,111111111111,"), std::string("x\nroot"),
+          std::string(1010, 'd')})
+    {
+        EXPECT_EQ(4096u, setUserPrivilege(name, "1", ""));
+    }
+    EXPECT_FALSE(fs::exists("/etc/user/privilege_temp"));
     EXPECT_EQ(0u, setUserPrivilege(std::string(1009, 'd'), "1", ""));
 }
 
@@ -248,12 +233,11 @@ TEST(TextChecks, Ipv4MacAndDateForms)
         return std::vector{out.tm_year, out.tm_mon, out.tm_mday,
                            out.tm_hour, out.tm_min, out.tm_sec};
     };
-    EXPECT_EQ(std::vector<int>({124, 2, 1, 8, 30, 0}),
-              fields("2024/3/1 08:30"));
-    EXPECT_EQ(std::vector<int>({149, 11, 31, 0, 0, 0}), fields("2049/12/31"));
-    EXPECT_EQ(std::vector<int>({0, 0, 0, 23, 59, 59}), fields("23:59:59"));
+    EXPECT_EQ(std::vector({124, 2, 1, 8, 30, 0}), fields("2024/3/1 08:30"));
+    EXPECT_EQ(std::vector({149, 11, 31, 0, 0, 0}), fields("2049/12/31"));
+    EXPECT_EQ(std::vector({0, 0, 0, 23, 59, 59}), fields("23:59:59"));
     // No month lengths and no lowest year.
-    EXPECT_EQ(std::vector<int>({-1905, 1, 31, 0, 0, 0}), fields("-5/2/31 0:0"));
+    EXPECT_EQ(std::vector({-1905, 1, 31, 0, 0, 0}), fields("-5/2/31 0:0"));
     for (const char* bad :
          {"2050/1/1", "2024/13/1", "2024/0/1", "2024/1/32 10:00", "2024/1/0",
           "2024/1", "24:00", "10:60", "10:00:60", "10", "10:00:00:00",
@@ -278,16 +262,17 @@ TEST(ValidityPeriod, NowMustLieWithinTheWindowOrTheDates)
     ::setenv("TZ", "UTC0", 1);
     ::tzset();
     const long day = 86400;
-    EXPECT_TRUE(timeCheckRule(at(0, "%T") + "-23:59:59")) << "ends included";
+    // Ends are included; a window never wraps midnight; a date-only end is
+    // the midnight that starts its day.
+    EXPECT_TRUE(timeCheckRule(at(0, "%T") + "-23:59:59"));
     const std::string away = at(0, "%H") < "12" ? at(3600, "%T") + "-23:59:59"
                                                 : "00:00:00-" + at(-3600, "%T");
     EXPECT_FALSE(timeCheckRule(away)) << away;
-    EXPECT_FALSE(timeCheckRule("23:59:59-00:00:00")) << "never wraps midnight";
+    EXPECT_FALSE(timeCheckRule("23:59:59-00:00:00"));
     EXPECT_TRUE(
         timeCheckRule(at(-9 * day, "%Y/%m/%d-") + at(0, "%Y/%m/%d 23:59:59")));
     EXPECT_FALSE(timeCheckRule(at(day, "%Y/%m/%d-") + at(2 * day, "%Y/%m/%d")));
-    EXPECT_FALSE(timeCheckRule(at(-3 * day, "%Y/%m/%d-") + at(0, "%Y/%m/%d")))
-        << "a date-only end is the midnight that starts it";
+    EXPECT_FALSE(timeCheckRule(at(-3 * day, "%Y/%m/%d-") + at(0, "%Y/%m/%d")));
     // Empty or unreadable periods restrict nobody.
     for (const char* open : {"", "soon-later", "08:00", "2050/1/1-2051/1/1"})
     {
@@ -322,17 +307,22 @@ TEST(NetworkRule, PrefixMatchesUpToTheFirstDifferingBit)
     EXPECT_FALSE(ipCheckRule("::1", "10.0.0.0", 0));
 }
 
+// Every line of the user must have the interface's bit; the rule ids are
+// those of the line that decided.
 TEST(Privilege, EveryLineOfTheUserMustHaveTheInterfacesBit)
 {
-    write_text(kPrivilege, "bob,000000100101,1\nbob,000000100011,2\n");
-    using Result = std::tuple<unsigned, std::string>;
-    EXPECT_EQ(Result(0, "2"), checkUserPrivilege("bob", INTERFACE_WEB));
-    EXPECT_EQ(Result(0, "2"), checkUserPrivilege("bob", INTERFACE_SNMP));
-    EXPECT_EQ(Result(256, "2"), checkUserPrivilege("bob", INTERFACE_SSH));
-    EXPECT_EQ(Result(256, "1"), checkUserPrivilege("bob", INTERFACE_IPMI));
-    EXPECT_EQ(Result(256, "1"),
-              checkUserPrivilege("bob", static_cast<userInterface>(12)));
-    EXPECT_EQ(Result(0, ""), checkUserPrivilege("Bob", INTERFACE_SSH));
+    write_text(kUsers, "bob,000000100101,1\nbob,000000100011,2\n");
+    for (auto [iface, result, ids] : {std::tuple{0, 0u, "2"},
+                                      {5, 0u, "2"},
+                                      {2, 256u, "2"},
+                                      {1, 256u, "1"},
+                                      {12, 256u, "1"}})
+    {
+        EXPECT_EQ(std::tuple(result, ids),
+                  checkUserPrivilege("bob", userInterface(iface)))
+            << iface;
+    }
+    EXPECT_EQ(std::tuple(0u, ""), checkUserPrivilege("Bob", INTERFACE_SSH));
 }
 
 TEST(Rules, EveryRuleOfTheUserMustPassAndMissingOrOffRulesAdmit)
@@ -340,9 +330,10 @@ TEST(Rules, EveryRuleOfTheUserMustPassAndMissingOrOffRulesAdmit)
     const auto admits = [](const char* user, const char* client) {
         return checkUser(user, client, "", INTERFACE_WEB);
     };
-    write_text(kPrivilege, "alice,000000000001,02\nbob,000000000001,12\n"
-                           "carol,000000000001,2210\n");
-    EXPECT_EQ(0, admits("alice", "::ffff:11.0.0.1")) << "no rules file";
+    write_text(kUsers, "alice,000000000001,02\nbob,000000000001,12\n"
+                       "carol,000000000001,2210\n");
+    // No rules file yet.
+    EXPECT_EQ(0, admits("alice", "::ffff:11.0.0.1"));
     write_text(kRules, "0,192.168.1.0/24,,,1,\n1,192.168.1.0/24,,,0,\n"
                        "2,192.168.0.0/16,,,1,\n");
     for (const char* user : {"alice", "carol"})
@@ -352,11 +343,11 @@ TEST(Rules, EveryRuleOfTheUserMustPassAndMissingOrOffRulesAdmit)
     }
     EXPECT_EQ(0, admits("bob", "::ffff:192.168.2.2"));
     EXPECT_EQ(257, admits("bob", "::ffff:10.0.0.1"));
-    EXPECT_EQ(0, admits("dave", "::ffff:10.0.0.1")) << "unknown user";
+    EXPECT_EQ(0, admits("dave", "::ffff:10.0.0.1"));
     // A broken privilege file refuses everybody, a missing one nobody.
-    write_text(kPrivilege, "alice,000000000001,\nbob,0x01,\n");
+    write_text(kUsers, "alice,000000000001,\nbob,0x01,\n");
     EXPECT_EQ(4096, admits("alice", "::ffff:10.0.0.1"));
-    std::remove(kPrivilege);
+    std::remove(kUsers);
     EXPECT_EQ(0, admits("alice", "::ffff:10.0.0.1"));
 }
 
@@ -393,41 +384,40 @@ TEST(Rules, EachConditionRefusesWithItsOwnResult)
     }
 }
 
-// Refusals are logged with the storage error text of the same offset.
+// Refusals are logged with the storage error text of the same offset:
+// "PARAMETER IP ERROR" for 257, "INTERNAL ERROR" for 256 and 4096.
 TEST(Login, EndpointsReachTheRulesAndRefusalsAreLogged)
 {
     write_text(kRules, "0,10.0.0.0/8,,,1,\n1,,00:1a:2b,,1,fe80::/64\n");
-    write_text(kPrivilege, "alice,000000100101,0\nbob,000000011001,1\n");
-    const std::tuple<const char*, userInterface, const char*, unsigned,
-                     const char*>
+    write_text(kUsers, "alice,000000100101,0\nbob,000000011001,1\n");
+    const std::tuple<const char*, userInterface, const char*, unsigned>
         cases[] = {
-            {"alice", INTERFACE_SSH, "::ffff:10.0.0.5:40022", 0, ""},
+            {"alice", INTERFACE_SSH, "::ffff:10.0.0.5:40022", 0},
             {"alice", INTERFACE_SNMP,
-             "UDP: [::ffff:10.0.0.5]:40000->[::ffff:11.0.0.1]:161", 0, ""},
-            {"bob", INTERFACE_LOCAL, "anything", 0, ""},
+             "UDP: [::ffff:10.0.0.5]:40000->[::ffff:11.0.0.1]:161", 0},
+            {"bob", INTERFACE_LOCAL, "anything", 0},
             // An IPv6 client has no MAC to meet the MAC condition with.
-            {"bob", INTERFACE_REDFISH, "fe80::7", 0, ""},
-            {"alice", INTERFACE_WEB, "::ffff:11.0.0.5", 257,
-             "PARAMETER IP ERROR"},
-            {"alice", INTERFACE_IPMI, "::ffff:10.0.0.5", 256, "INTERNAL ERROR"},
-            {"alice", INTERFACE_WEB, "10.0.0.5", 4096, "INTERNAL ERROR"},
-            {"alice", INTERFACE_SNMP, "UDP: 10.0.0.5:40000", 4096,
-             "INTERNAL ERROR"},
-            {"alice", INTERFACE_SNMP, "UDP: [::ffff:10.0.0.5", 4096,
-             "INTERNAL ERROR"},
+            {"bob", INTERFACE_REDFISH, "fe80::7", 0},
+            {"alice", INTERFACE_WEB, "::ffff:11.0.0.5", 257},
+            {"alice", INTERFACE_IPMI, "::ffff:10.0.0.5", 256},
+            {"alice", INTERFACE_WEB, "10.0.0.5", 4096},
+            {"alice", INTERFACE_SNMP, "UDP: 10.0.0.5:40000", 4096},
+            {"alice", INTERFACE_SNMP, "UDP: [::ffff:10.0.0.5", 4096},
         };
-    for (const auto& [user, iface, endpoint, result, reason] : cases)
+    for (const auto& [user, iface, endpoint, result] : cases)
     {
         std::remove("/tmp/log");
         EXPECT_EQ(result, checkUserAllInOne(user, iface, endpoint, 0))
             << endpoint;
         const std::string log = read_text("/tmp/log").value_or("");
-        EXPECT_EQ(
-            *reason ? std::string("Login Failed username: ") + user +
-                          ", endpoint:" + endpoint + ", dev: eth1, interface:" +
-                          userInterfaceStr[iface] + ", reason: " + reason + "\n"
-                    : "",
-            log.substr(std::min(log.find("Login Failed"), log.size())));
+        EXPECT_EQ(result ? std::string("Login Failed username: ") + user +
+                               ", endpoint:" + endpoint +
+                               ", dev: eth1, interface:" +
+                               userInterfaceStr[iface] + ", reason: " +
+                               (result == 257 ? "PARAMETER IP" : "INTERNAL") +
+                               " ERROR\n"
+                         : "",
+                  log.substr(std::min(log.find("Login Failed"), log.size())));
     }
 }
 
@@ -441,71 +431,61 @@ class Neighbours : public VethPairTest
     void SetUp() override
     {
         VethPairTest::SetUp();
-        if (IsSkipped())
-        {
-            return;
-        }
         for (const std::string n : {"77", "78"})
         {
             const std::string dev = n == "77" ? left_ : right_;
             ASSERT_FALSE(
-                run_ip({"addr", "add", "10." + n + ".0.1/24", "dev", dev}) ||
-                run_ip({"link", "set", dev, "up"}) ||
-                run_ip({"neigh", "add", "10." + n + ".0.9", "lladdr",
-                        "02:" + n + ":00:00:00:09", "dev", dev, "nud",
-                        "permanent"}));
+                !IsSkipped() &&
+                (run_ip({"addr", "add", "10." + n + ".0.1/24", "dev", dev}) ||
+                 run_ip({"link", "set", dev, "up"}) ||
+                 run_ip({"neigh", "add", "10." + n + ".0.9", "lladdr",
+                         "02:" + n + ":00:00:00:09", "dev", dev, "nud",
+                         "permanent"})));
         }
     }
-
-    // A socket connected to `address` (UDP: no packet is sent), or with
-    // no peer for nullptr.
-    int socket_to(const char* address)
+    // getMacBySockfd on `fd` (closed after), or on a UDP socket connected
+    // to `peer` (no packet is sent) or to none.
+    int mac_by(char* mac, const char* peer = nullptr, int fd = -1)
     {
-        const int sock = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        sockaddr_in peer{AF_INET, htons(9), {}, {}};
-        if (address != nullptr && inet_pton(AF_INET, address, &peer.sin_addr))
+        sockaddr_in to{AF_INET, htons(9), {}, {}};
+        if (fd < 0)
         {
-            EXPECT_EQ(0, ::connect(sock, reinterpret_cast<sockaddr*>(&peer),
-                                   sizeof peer));
+            fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         }
-        fds_.push_back(sock);
-        return sock;
-    }
-    void TearDown() override
-    {
-        for (int fd : fds_)
+        if (peer != nullptr && inet_pton(AF_INET, peer, &to.sin_addr))
         {
-            ::close(fd);
+            EXPECT_EQ(0, ::connect(fd, (sockaddr*)&to, sizeof to));
         }
-        VethPairTest::TearDown();
+        const int result = getMacBySockfd(fd, mac, left_);
+        ::close(fd);
+        return result;
     }
-    std::vector<int> fds_;
 };
 
 TEST_F(Neighbours, MacComesFromTheArpEntryOfTheAddressOrTheSocketsPeer)
 {
     EXPECT_EQ(std::set<std::string>({left_, right_}), getAllNetdevice());
     char mac[18] = "kept";
-    fds_.push_back(::open("/", O_RDONLY | O_CLOEXEC));
-    EXPECT_EQ(ENOTSOCK, getMacBySockfd(fds_.back(), mac, left_));
-    EXPECT_EQ(ENOTCONN, getMacBySockfd(socket_to(nullptr), mac, left_));
+    EXPECT_EQ(ENOTSOCK, mac_by(mac, nullptr, ::open("/", O_RDONLY)));
+    EXPECT_EQ(ENOTCONN, mac_by(mac));
     EXPECT_EQ(1, getMacByIp("fe80::9", mac, "eth1"));
     if (under_user_emulation())
     {
         GTEST_SKIP() << "qemu-user hands SIOCGARP to the kernel without the "
                         "request";
     }
-    EXPECT_EQ(ENXIO, getMacBySockfd(socket_to("10.77.0.10"), mac, left_));
+    EXPECT_EQ(ENXIO, mac_by(mac, "10.77.0.10"));
     EXPECT_EQ(0, getMacByIp("::ffff:10.77.0.10", mac, "eth1"));
     EXPECT_STREQ("kept", mac);
-    EXPECT_EQ(0, getMacBySockfd(socket_to("10.77.0.9"), mac, left_));
+    EXPECT_EQ(0, mac_by(mac, "10.77.0.9"));
     EXPECT_STREQ("02:77:00:00:00:09", mac);
+    // Every interface is asked.
     EXPECT_EQ(0, getMacByIp("::ffff:10.78.0.9", mac, "eth1"));
-    EXPECT_STREQ("02:78:00:00:00:09", mac) << "every interface is asked";
+    EXPECT_STREQ("02:78:00:00:00:09", mac);
 
     // A login meets the MAC condition with the MAC of its entry.
     write_text(kRules, "0,10.77.0.0/24,02:77:00,,1,\n1,,02:77:01,,1,\n");
-    write_text(kPrivilege, "alice,000000000001,0\nbob,000000000001,1\n");
+    write_text(kUsers, "alice,000000000001,0\nbob,000000000001,1\n");
     for (const auto& [user, client, result] :
          {std::tuple("alice", "::ffff:10.77.0.9", 0u),
           std::tuple("bob", "::ffff:10.77.0.9", 258u),

@@ -112,7 +112,6 @@ TEST_F(SimBoard, EepromSeesTheAddressBytesThenTheValue)
     eeprom e{}, b{};
     ASSERT_EQ(0, eeprom_open("/dev/i2c-3", 0x50, 2, &e));
     ASSERT_EQ(0, eeprom_open("/dev/i2c-2", 0x50, 1, &b));
-    EXPECT_TRUE(e.addr == 0x50 && e.type == 2 && e.fd > 0);
     EXPECT_THAT(
         std::vector(
             {eeprom_write_byte(&e, 0x0123, 0xAB), eeprom_read_byte(&e, 0x0123),
@@ -127,10 +126,10 @@ TEST_F(SimBoard, EepromSeesTheAddressBytesThenTheValue)
                             sent(2, 0x50, {0x10}), received(2, 0x50, {0x5A})));
     EXPECT_EQ(std::vector<long long>(5, 5000), recorded_sleeps());
     b.type = 3;
-    EXPECT_EQ(-1, eeprom_read_byte(&b, 0x10));
-    EXPECT_EQ(-1, eeprom_write_byte(&b, 0x10, 1));
-    EXPECT_EQ(9u, wire_log().size());
-    EXPECT_EQ(0, eeprom_close(&b));
+    EXPECT_THAT(
+        std::vector({eeprom_read_byte(&b, 0x10), eeprom_write_byte(&b, 0x10, 1),
+                     int(wire_log().size()), eeprom_close(&b)}),
+        ElementsAre(-1, -1, 9, 0));
     EXPECT_TRUE(b.fd == -1 && b.dev == nullptr && b.type == 0);
     eeprom_close(&e);
     EXPECT_EQ(-1, eeprom_open("/tmp/no-such-bus", 0x50, 1, &e));
@@ -142,7 +141,7 @@ TEST_F(SimBoard, EepromSeesTheAddressBytesThenTheValue)
                 "I2C_FUNC_SMBUS_READ_BYTE_DATA function is required");
 }
 
-const std::string record = "/tmp/nvr/record";
+const char* const record = "/tmp/nvr/record";
 
 TEST(RecordFiles, ReadFromZeroWriteAtOffsetCreateWhenMissing)
 {
@@ -151,12 +150,14 @@ TEST(RecordFiles, ReadFromZeroWriteAtOffsetCreateWhenMissing)
     EXPECT_EQ(0, API_ReadNVR("/tmp/nvr/new", 0, 4, buf));
     EXPECT_EQ("", read_text("/tmp/nvr/new"));
     EXPECT_EQ(0xAA, buf[0]);
-    EXPECT_EQ(-1, API_ReadNVR("/tmp/no-dir/record", 0, 4, buf));
-    EXPECT_EQ(4, API_ReadNVR(record.c_str(), 100, 4, buf));
-    EXPECT_EQ(8, ReadWriteNVR(record.c_str(), buf, 0, 20, 2));
-    EXPECT_EQ(2, API_WriteNVR(record.c_str(), 3, 2, buf));
-    EXPECT_EQ(1, ReadWriteNVR(record.c_str(), buf, 9, 1, 7)); // 7 writes too
-    EXPECT_EQ(2, API_WriteNVR("/tmp/nvr/new", 4, 2, buf));
+    // Mode 7 writes too.
+    EXPECT_THAT(std::vector({API_ReadNVR("/tmp/no-dir/record", 0, 4, buf),
+                             API_ReadNVR(record, 100, 4, buf),
+                             ReadWriteNVR(record, buf, 0, 20, 2),
+                             API_WriteNVR(record, 3, 2, buf),
+                             ReadWriteNVR(record, buf, 9, 1, 7),
+                             API_WriteNVR("/tmp/nvr/new", 4, 2, buf)}),
+                ElementsAre(-1, 4, 8, 2, 1, 2));
     EXPECT_EQ(std::string("ABCABFGH\0A", 10), read_text(record));
     EXPECT_EQ(std::string("\0\0\0\0AB", 6), read_text("/tmp/nvr/new"));
 }
@@ -179,13 +180,13 @@ bool waits_for_lock(pid_t pid)
 TEST(RecordFiles, ReaderWaitsWhileAWriterHoldsTheLock)
 {
     write_text(record, "old!");
-    const int fd = ::open(record.c_str(), O_RDWR);
+    const int fd = ::open(record, O_RDWR);
     ASSERT_EQ(0, file_lock_write(fd));
     const pid_t child = ::fork();
     if (child == 0)
     {
         uint8_t buf[4] = {};
-        API_ReadNVR(record.c_str(), 0, 4, buf);
+        API_ReadNVR(record, 0, 4, buf);
         _exit(std::string(buf, buf + 4) == "new!" ? 0 : 1);
     }
     // Write once the kernel lists the child as waiting for the lock.

@@ -17,11 +17,10 @@ namespace kv::hw::test
 {
 
 using namespace kv::sim;
+using namespace kv::test;
 using kv::sim::test::BusHandle;
 using kv::sim::test::received;
 using kv::sim::test::sent;
-using kv::test::read_text;
-using kv::test::write_text;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

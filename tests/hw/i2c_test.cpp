@@ -70,25 +70,26 @@ TEST_F(SimBoard, SendRecvRetriesPlainTransfers)
 {
     const uint8_t zero[] = {0};
     uint8_t version[2] = {};
-    fail_transfer(1, EIO); // only the last operation of an attempt counts
+    // Only the last operation of an attempt counts.
+    fail_transfer(1, EIO);
     EXPECT_EQ(0, i2cSendRecvMsg(0, 11, 0x3f, zero, 1, version, 2, 3, 0));
     EXPECT_THAT(version, ElementsAre(0x01, 0x02));
     EXPECT_THAT(wire_log(), ElementsAre(sent(11, 0x3f, {0}, false, EIO),
                                         received(11, 0x3f, {0x01, 0x02})));
     fail_address(11, 0x3f, ENXIO);
     fail_address(13, 0x70, ENXIO);
-    EXPECT_EQ(-2, i2cSendRecvMsg(0, 11, 0x3f, zero, 1, nullptr, 0, 4, 0));
-    EXPECT_EQ(-2, i2cSendRecvMsg(0, 11, 0x3f, zero, 1, version, 2, 3, 0));
-    EXPECT_EQ(-2, set_9546switch(13, 0x70, 1)); // three attempts
-    EXPECT_EQ(15u, wire_log().size());
-    EXPECT_EQ(-2, i2cSendRecvMsg(0, 11, 0x3f, zero, 1, version, 2, 0, 0));
-    EXPECT_EQ(0, i2cSendRecvMsg(0, 11, 0x3f, nullptr, 0, nullptr, 0, 1, 0));
-    EXPECT_EQ(15u, wire_log().size());
-    EXPECT_EQ(-1, i2cSendRecvMsg(0, 40, 0x3f, zero, 1, nullptr, 0, 3, 0));
-}
-
-TEST_F(SimBoard, Pca9546EnablesChannelOneToEightOrNone)
-{
+    // Four, three and three attempts (the switch's own count).
+    EXPECT_THAT(
+        std::vector({i2cSendRecvMsg(0, 11, 0x3f, zero, 1, nullptr, 0, 4, 0),
+                     i2cSendRecvMsg(0, 11, 0x3f, zero, 1, version, 2, 3, 0),
+                     set_9546switch(13, 0x70, 1), int(wire_log().size()),
+                     i2cSendRecvMsg(0, 11, 0x3f, zero, 1, version, 2, 0, 0),
+                     i2cSendRecvMsg(0, 11, 0x3f, nullptr, 0, nullptr, 0, 1, 0),
+                     int(wire_log().size()),
+                     i2cSendRecvMsg(0, 40, 0x3f, zero, 1, nullptr, 0, 3, 0)}),
+        ElementsAre(-2, -2, -2, 15, -2, 0, 15, -1));
+    // Channels 1 to 8 are one bit each, others none.
+    clear_faults();
     for (auto [channel, control] :
          {std::pair{0, 0}, {1, 1}, {2, 2}, {4, 8}, {8, 0x80}, {9, 0}})
     {
@@ -101,7 +102,7 @@ TEST_F(SimBoard, Pca9546EnablesChannelOneToEightOrNone)
 // seen across processes: each requester is a child of its own.
 void in_child(const std::function<void()>& body)
 {
-    EXPECT_EQ(0, kv::test::exit_status_of([&] {
+    EXPECT_EQ(0, exit_status_of([&] {
                   body();
                   return int(testing::Test::HasFailure());
               }));
@@ -141,7 +142,7 @@ TEST_F(SimBoard, ChannelBusFromTheKernelLogCapturedOnce)
 {
     // Without its directory no capture can be made: no line, bus 0.
     EXPECT_EQ(0, CmmFunGetI2CExtBus(13, 1));
-    kv::test::make_dirs("/var/run/obmcinfo/i2c");
+    make_dirs("/var/run/obmcinfo/i2c");
     const std::string capture = "/var/run/obmcinfo/i2c_dmesg";
     CmmFunGetI2CExtBus(13, 1);
     EXPECT_TRUE(read_text(capture));

@@ -1,261 +1,223 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reading and writing FRU devices: raw I2C behind a multiplexer or not, the
-// sysfs EEPROM file, chunking and pacing, and the facts other daemons
-// publish.
-#include "fru_sim_test.h"
+// FRU devices on the simulated example board: raw I2C behind a multiplexer
+// or not, the sysfs EEPROM file, paced chunks, field edits, published facts.
+// Sleeps are captured, so pacing is asserted, not waited for.
+#include "hw_test.h"
+#include "ipc/platform_segment.h"
+
+#include <libkv/fru.h>
+#include <libkv/ipc.h>
 
 #include <fcntl.h>
-#include <unistd.h>
 
-using namespace kv::fru::test;
+#include <cstring>
+
 namespace
 {
 
-using testing::ContainsRegex;
-using FruDevice = FruBoard;
+using namespace kv::hw::test;
+using Bytes = std::vector<uint8_t>;
 
-constexpr long long kChunkPause = 10000;
-constexpr long long kWriteCycle = 5000;
-constexpr long long kSysfsPause = 100000;
+// The 24C64 at 0x51 on bus 16, behind channel 0 of the PCA9546 at 0x70 on
+// bus 13; or the one at 0x50 on bus 3, without a multiplexer.
+kv_fru_device part(bool mux, unsigned base = 0,
+                   uint8_t method = KV_FRU_ACCESS_I2C)
+{
+    kv_fru_device d{};
+    d.method = method;
+    d.size[1] = 2; // 512 bytes
+    d.behind_mux = mux;
+    d.mux_address = mux ? 0x70 : 0;
+    d.offset_width = 2;
+    d.bus = mux ? 13 : 3;
+    d.address = mux ? 0x51 : 0x50;
+    d.base[0] = static_cast<uint8_t>(base);
+    d.base[1] = static_cast<uint8_t>(base >> 8);
+    return d;
+}
+
+void install(int id, const kv_fru_device& device)
+{
+    std::memcpy(static_cast<uint8_t*>(init_shm()) +
+                    kv::segment::fru_descriptor(id),
+                &device, sizeof device);
+}
+
+// The channel lock of the multiplexer at 0x70 on bus 13.
+uint8_t& mux_lock()
+{
+    return static_cast<uint8_t*>(
+        init_shm())[kv::segment::channel_lock(13, 0x70)];
+}
+
+// The segment is attached once per process and so outlives a test's IPC
+// namespace: each test starts from a free lock.
+class FruDevice : public SimBoard
+{
+  protected:
+    void SetUp() override
+    {
+        SimBoard::SetUp();
+        mux_lock() = 0;
+        capture_sleeps(true);
+    }
+};
 
 TEST_F(FruDevice, RawReadTakesTheChannelAndReleasesIt)
 {
     set_device_memory(16, 0x51, 0x104, {1, 2, 3, 4, 5, 6, 7, 8});
-    const kv_fru_device d = behind_mux(512, 0x100);
+    const kv_fru_device d = part(true, 0x100);
     Bytes got(8);
     EXPECT_EQ(2, read_fru_data(&d, 4, 8, got.data()));
+    EXPECT_THAT(wire_log(),
+                ElementsAre(sent(13, 0x70, {0, 1}), sent(13, 0x51, {1, 4}),
+                            received(13, 0x51, got, true)));
     EXPECT_EQ((Bytes{1, 2, 3, 4, 5, 6, 7, 8}), got);
-    EXPECT_THAT(wire_log(), ElementsAre(sent(13, 0x70, {0x00, 0x01}),
-                                        sent(13, 0x51, {0x01, 0x04}),
-                                        received(13, 0x51, got, true)));
     EXPECT_EQ(0, mux_lock());
 }
 
-TEST_F(FruDevice, BusyChannelAndRefusedDeviceLeaveTheBusAlone)
+TEST_F(FruDevice, BusyOrRefusedDevicesLeaveTheBusAlone)
 {
     uint8_t byte = 0;
     mux_lock() = 1; // another process holds a channel of this multiplexer
-    kv_fru_device d = behind_mux();
+    kv_fru_device d = part(true);
     d.mux_channel = 3;
     EXPECT_EQ(KV_CC_NODE_BUSY, read_fru_data(&d, 0, 1, &byte));
     EXPECT_EQ(KV_CC_NODE_BUSY, write_fru_data(&d, 0, 1, &byte));
     EXPECT_EQ(1, mux_lock());
-
-    for (kv_fru_device refused : {behind_mux(), direct()})
+    for (kv_fru_device refused : {part(true), part(false)})
     {
         refused.state = KV_FRU_STATE_REFUSED;
         EXPECT_EQ(-1, read_fru_data(&refused, 0, 1, &byte));
         EXPECT_EQ(-1, write_fru_data(&refused, 0, 1, &byte));
     }
-    EXPECT_THAT(wire_log(), IsEmpty());
-}
-
-TEST_F(FruDevice, FailedRawReadIsLogged)
-{
-    fail_address(3, 0x50, ENXIO);
-    const kv_fru_device d = direct();
-    Bytes got(8);
-    EXPECT_EQ(-1, read_fru_data(&d, 0x20, 8, got.data()));
-    EXPECT_THAT(
-        error_lines(),
-        ElementsAre(ContainsRegex(
-            "i2c read fru data failed channel=3 address=80 offset=32\\. "
-            "mkfifo:[0-9]+ read_fru_data$")));
-}
-
-TEST_F(FruDevice, ImageIsWrittenInPacedChunksOfEight)
-{
-    install(4, behind_mux(512, 0x40));
-    for (uint32_t i = 0; i < 21; ++i)
-    {
-        bmc_fru_date[i] = static_cast<uint8_t>(0xA0 + i);
-    }
-    bmc_fru_len = 21;
-    deviceid = -1;
-    EXPECT_EQ(0, write_to_fru(4));
-    EXPECT_EQ(4, deviceid);
-
-    const Bytes memory = device_memory(16, 0x51);
-    EXPECT_EQ(Bytes(bmc_fru_date, bmc_fru_date + 21),
-              Bytes(memory.begin() + 0x40, memory.begin() + 0x40 + 21));
-    // Every byte is one EEPROM write cycle; chunks 8 + 8 + 5, the tail
-    // without a pause after it.
-    std::vector<long long> expected(8, kWriteCycle);
-    expected.push_back(kChunkPause);
-    expected.insert(expected.end(), 8, kWriteCycle);
-    expected.push_back(kChunkPause);
-    expected.insert(expected.end(), 5, kWriteCycle);
-    EXPECT_EQ(expected, recorded_sleeps());
-    // The channel is taken once per chunk.
-    const auto log = wire_log();
-    EXPECT_EQ(3, std::count(log.begin(), log.end(), sent(13, 0x70, {0, 1})));
-    EXPECT_EQ(0, mux_lock());
-}
-
-TEST_F(FruDevice, WholeDeviceIsReadInChunksOfEight)
-{
-    set_device_memory(16, 0x51, 0, Bytes(24, 0x5A));
-    Bytes got(24 + 8, 0);
-    EXPECT_EQ(0, get_fru_bin(behind_mux(20), got.data()));
-    EXPECT_EQ(Bytes(24, 0x5A), Bytes(got.begin(), got.begin() + 24));
-    EXPECT_EQ(0, got[24]);
-    EXPECT_EQ(std::vector<long long>(3, kChunkPause), recorded_sleeps());
-}
-
-TEST_F(FruDevice, WriteToFruNeedsATableEntry)
-{
     EXPECT_EQ(-1, write_to_fru(-1));
     EXPECT_EQ(-1, write_to_fru(1 << 30));
-}
-
-// A part that cannot be opened behind the multiplexer (its address does not
-// bind) fails the write with the cause in errno, gives the channel back and
-// leaves no bus open (the fixture checks that).
-TEST_F(FruDevice, PartThatDoesNotOpenBehindTheMuxGivesEverythingBack)
-{
-    kv_fru_device d = behind_mux();
-    d.address = 0xC0; // beyond 7 bits: the bind is refused
-    const uint8_t byte = 0x42;
-    errno = 0;
-    EXPECT_EQ(-1, write_fru_data(&d, 0, 1, &byte));
-    EXPECT_EQ(EINVAL, errno);
-    EXPECT_EQ(0, mux_lock());
-    EXPECT_THAT(wire_log(), ElementsAre(sent(13, 0x70, {0x00, 0x01})));
+    EXPECT_THAT(wire_log(), IsEmpty());
 }
 
 // The cause of a failed access survives the log line, the retries and the
 // pauses between them.
-TEST_F(FruDevice, FailedAccessLeavesItsCauseInErrno)
+TEST_F(FruDevice, FailuresAreLoggedWithTheirCauseInErrno)
 {
-    Bytes got(4);
     fail_address(3, 0x50, EIO);
-    const kv_fru_device raw = direct();
-    errno = 0;
-    EXPECT_EQ(-1, read_fru_data(&raw, 0, 4, got.data()));
-    EXPECT_EQ(EIO, errno);
+    const kv_fru_device raw = part(false);
+    Bytes got(4);
+    EXPECT_EQ(EIO, ERRNO_OF(read_fru_data(&raw, 0x20, 4, got.data())));
+    EXPECT_THAT(error_lines(),
+                ElementsAre(testing::ContainsRegex(
+                    "i2c read fru data failed channel=3 address=80 "
+                    "offset=32\\. mkfifo:[0-9]+ read_fru_data$")));
 
-    kv_fru_device sysfs = direct();
-    sysfs.method = KV_FRU_ACCESS_SYSFS;
-    errno = 0;
-    EXPECT_EQ(-1, read_fru_data(&sysfs, 0, 4, got.data()));
-    EXPECT_EQ(ENOENT, errno);
-    errno = 0;
-    EXPECT_EQ(-1, write_fru_data(&sysfs, 0, 4, got.data()));
-    EXPECT_EQ(ENOENT, errno);
-    // A file that ends before the read does reports no error of its own.
+    // A part whose address does not bind behind the multiplexer gives the
+    // channel back and leaves no bus open (the fixture checks that).
+    kv_fru_device d = part(true);
+    d.address = 0xC0;
+    clear_wire_log();
+    EXPECT_EQ(EINVAL, ERRNO_OF(write_fru_data(&d, 0, 1, got.data())));
+    EXPECT_EQ(0, mux_lock());
+    EXPECT_THAT(wire_log(), ElementsAre(sent(13, 0x70, {0, 1})));
+
+    // The sysfs file: missing, five attempts without pauses for reading,
+    // one for writing; too short, every attempt pauses.
+    d = part(false, 0, KV_FRU_ACCESS_SYSFS);
+    EXPECT_EQ(ENOENT, ERRNO_OF(read_fru_data(&d, 0, 4, got.data())));
+    EXPECT_EQ(ENOENT, ERRNO_OF(write_fru_data(&d, 0, 4, got.data())));
+    EXPECT_THAT(recorded_sleeps(), IsEmpty());
     write_text("/sys/class/i2c-dev/i2c-3/device/3-0050/eeprom", "ab");
-    errno = 0;
-    EXPECT_EQ(-1, read_fru_data(&sysfs, 0, 4, got.data()));
-    EXPECT_EQ(EIO, errno);
+    EXPECT_EQ(EIO, ERRNO_OF(read_fru_data(&d, 0, 4, got.data())));
+    EXPECT_EQ(std::vector<long long>(5, 100000), recorded_sleeps());
 }
 
-// Whether write_fru_data leaves descriptor 0 of the process open.
-bool keeps_descriptor_zero(kv_fru_device d)
-{
-    return kv::test::exit_status_of([&] {
-               const int fd = ::open("/dev/null", O_RDONLY);
-               if (fd < 0 || ::dup2(fd, 0) != 0)
-               {
-                   return 2;
-               }
-               const uint8_t byte = 0x42;
-               write_fru_data(&d, 0, 1, &byte);
-               return ::fcntl(0, F_GETFD) == 0 ? 0 : 1;
-           }) == 0;
-}
-
-TEST_F(FruDevice, DescriptorZeroIsClosedOnlyByDirectAndUnknownDevices)
-{
-    kv_fru_device unknown = direct();
-    unknown.method = 9;
-    kv_fru_device sysfs = direct();
-    sysfs.method = KV_FRU_ACCESS_SYSFS;
-    kv_fru_device refused = direct();
-    refused.state = KV_FRU_STATE_REFUSED;
-
-    EXPECT_FALSE(keeps_descriptor_zero(direct()));
-    EXPECT_FALSE(keeps_descriptor_zero(unknown));
-    EXPECT_TRUE(keeps_descriptor_zero(behind_mux()));
-    EXPECT_TRUE(keeps_descriptor_zero(sysfs));
-    EXPECT_TRUE(keeps_descriptor_zero(refused));
-    // The direct write itself went through.
-    EXPECT_EQ(0x42, device_memory(3, 0x50)[0]);
-}
-
-TEST_F(FruDevice, WholeImageReachesADirectDeviceDespiteTheClosedDescriptor)
-{
-    // Each chunk closes descriptor 0; the next chunk must still find the
-    // part, whether the caller started with descriptor 0 open or closed.
-    for (const bool open_at_start : {true, false})
-    {
-        EXPECT_EQ(0, kv::test::exit_status_of([&] {
-                      install(5, direct(512));
-                      for (uint32_t i = 0; i < 21; ++i)
-                      {
-                          bmc_fru_date[i] =
-                              static_cast<uint8_t>(0x60 + i + open_at_start);
-                      }
-                      bmc_fru_len = 21;
-                      if (!open_at_start)
-                      {
-                          ::close(0);
-                      }
-                      write_to_fru(5);
-                      const Bytes memory = device_memory(3, 0x50);
-                      return Bytes(bmc_fru_date, bmc_fru_date + 21) ==
-                                     Bytes(memory.begin(), memory.begin() + 21)
-                                 ? 0
-                                 : 1;
-                  }))
-            << (open_at_start ? "descriptor 0 open" : "descriptor 0 closed");
-    }
-}
-
-class SysfsFru : public FruBoard
-{
-  protected:
-    kv_fru_device device(bool mux)
-    {
-        kv_fru_device d = mux ? behind_mux(512, 2) : direct(512);
-        d.method = KV_FRU_ACCESS_SYSFS;
-        return d;
-    }
-};
-
-TEST_F(SysfsFru, ReadsAndWritesTheDriversFile)
+TEST_F(FruDevice, SysfsFileReadAndWritten)
 {
     // Channel map, counted from 1: the descriptor's channel 0 is bus 16.
     write_text("/var/run/obmcinfo/i2c/i2c-13-1", "16\n");
-    const std::string behind =
-        "/sys/class/i2c-dev/i2c-13/device/i2c-16/16-0051/eeprom";
+    write_text("/sys/class/i2c-dev/i2c-13/device/i2c-16/16-0051/eeprom",
+               "0123456789");
     const std::string plain = "/sys/class/i2c-dev/i2c-3/device/3-0050/eeprom";
-    write_text(behind, "0123456789");
     write_text(plain, "abcdefghij");
-
+    const kv_fru_device mux = part(true, 2, KV_FRU_ACCESS_SYSFS),
+                        d = part(false, 0, KV_FRU_ACCESS_SYSFS);
     Bytes got(3);
-    const kv_fru_device mux = device(true);
     EXPECT_EQ(0, read_fru_data(&mux, 1, 3, got.data())); // base 2 + 1
     EXPECT_EQ((Bytes{'3', '4', '5'}), got);
-    const kv_fru_device no_mux = device(false);
-    EXPECT_EQ(0, write_fru_data(&no_mux, 8, 2, got.data()));
+    EXPECT_EQ(0, write_fru_data(&d, 8, 2, got.data()));
     EXPECT_EQ("abcdefgh34", read_text(plain));
     EXPECT_THAT(wire_log(), IsEmpty());
     EXPECT_THAT(recorded_sleeps(), IsEmpty());
 }
 
-TEST_F(SysfsFru, RetriesReadsButNotOpensForWriting)
+TEST_F(FruDevice, ImageGoesInPacedChunksOfEightAndComesBack)
 {
-    const kv_fru_device d = device(false);
-    Bytes got(4);
-    // Missing file: five attempts, no pauses, for reading; one for writing.
-    EXPECT_EQ(-1, read_fru_data(&d, 0, 4, got.data()));
-    EXPECT_EQ(-1, write_fru_data(&d, 0, 4, got.data()));
-    EXPECT_THAT(recorded_sleeps(), IsEmpty());
+    install(4, part(true, 0x40));
+    set_device_memory(16, 0x51, 0x40, Bytes(24, 0x5A));
+    for (uint32_t i = 0; i < 21; ++i)
+        bmc_fru_date[i] = static_cast<uint8_t>(0xA0 + i);
+    bmc_fru_len = 21;
+    deviceid = -1;
+    EXPECT_EQ(0, write_to_fru(4));
+    EXPECT_EQ(4, deviceid);
+    // The channel is taken once per chunk.
+    const auto log = wire_log();
+    EXPECT_EQ(3, std::count(log.begin(), log.end(), sent(13, 0x70, {0, 1})));
+    EXPECT_EQ(0, mux_lock());
 
-    // A file too short for the read: each failed read pauses.
-    write_text("/sys/class/i2c-dev/i2c-3/device/3-0050/eeprom", "ab");
-    EXPECT_EQ(-1, read_fru_data(&d, 0, 4, got.data()));
-    EXPECT_EQ(std::vector<long long>(5, kSysfsPause), recorded_sleeps());
+    // Reads go by whole chunks: 24 bytes of a 20-byte device.
+    kv_fru_device d = part(true, 0x40);
+    d.size[0] = 20;
+    d.size[1] = 0;
+    Bytes got(32, 0), expected(bmc_fru_date, bmc_fru_date + 21);
+    EXPECT_EQ(0, get_fru_bin(d, got.data()));
+    expected.resize(24, 0x5A);
+    expected.resize(32, 0);
+    EXPECT_EQ(expected, got);
+    // Every byte written is one EEPROM write cycle; a full chunk pauses.
+    std::vector<long long> sleeps;
+    for (int i = 1; i <= 21; ++i)
+    {
+        sleeps.push_back(5000);
+        if (i % 8 == 0)
+            sleeps.push_back(10000);
+    }
+    sleeps.insert(sleeps.end(), 3, 10000);
+    EXPECT_EQ(sleeps, recorded_sleeps());
+}
+
+// A write to a raw part not behind a multiplexer, or of an unknown method,
+// closes descriptor 0 (bits 0 and 1). write_to_fru takes it back before
+// every chunk, so the whole image arrives all the same, also when 0 was
+// closed from the start (bits 5 and 6 would say it did not).
+TEST_F(FruDevice, DescriptorZero)
+{
+    EXPECT_EQ(0b11, kv::test::exit_status_of([] {
+                  kv_fru_device unknown = part(false), refused = part(false);
+                  unknown.method = 9;
+                  refused.state = KV_FRU_STATE_REFUSED;
+                  int closed = 0, bit = 1;
+                  for (const kv_fru_device& d :
+                       {part(false), unknown, part(true), refused,
+                        part(false, 0, KV_FRU_ACCESS_SYSFS)})
+                  {
+                      ::dup2(::open("/dev/null", O_RDONLY), 0);
+                      write_fru_data(&d, 0, 1, bmc_fru_date);
+                      closed |= ::fcntl(0, F_GETFD) == -1 ? bit : 0;
+                      bit <<= 1;
+                  }
+                  install(5, part(false));
+                  for (int run = 0; run < 2; ++run, bit <<= 1)
+                  {
+                      for (uint32_t i = 0; i < 21; ++i)
+                          bmc_fru_date[i] = static_cast<uint8_t>(i + run);
+                      bmc_fru_len = 21;
+                      write_to_fru(5);
+                      Bytes memory = device_memory(3, 0x50);
+                      memory.resize(21);
+                      if (memory != Bytes(bmc_fru_date, bmc_fru_date + 21))
+                          closed |= bit;
+                  }
+                  return closed;
+              }));
 }
 
 TEST_F(FruDevice, PublishedFacts)
@@ -263,13 +225,11 @@ TEST_F(FruDevice, PublishedFacts)
     write_text("/var/run/obmcinfo/GUID", "6b1f0a6e-guid\n");
     write_text("/var/run/obmcinfo/fruinfo",
                "Product Serial: S1\nProduct Asset Tag : AT-77\n");
-    char guid[64];
+    char guid[64], tag[32] = {};
     std::memset(guid, 'x', sizeof guid);
-    char tag[32] = {};
     EXPECT_EQ(0, getUIDandAssetTag(guid, sizeof guid, tag, sizeof tag));
     EXPECT_STREQ("6b1f0a6e-guid", guid);
     EXPECT_STREQ("AT-77", tag);
-
     // No SKU file: 239 one-second waits, and still 0.
     EXPECT_EQ(0, wait_sku_file());
     EXPECT_EQ(std::vector<long long>(239, 1000000), recorded_sleeps());
@@ -277,6 +237,37 @@ TEST_F(FruDevice, PublishedFacts)
     write_text("/var/run/obmcinfo/sku", "1\n");
     EXPECT_EQ(0, wait_sku_file());
     EXPECT_THAT(recorded_sleeps(), IsEmpty());
+}
+
+TEST(FruEdit, FieldIdsAndModifySection)
+{
+    // Section and key are prefixes, case ignored, the first match wins.
+    const struct
+    {
+        const char *section, *key;
+        int id;
+    } ids[] = {{"boardinfoarea", "serialnum", 6},
+               {"ProductInfoArea", "CustomDataString4", 22},
+               {"BoardInfoArea", "CustomDataString3", 9},
+               {"ChassisInfoArea", "Type", 0},
+               {"ProductInfoAreaX", "AssetTagged", 20},
+               {"Board", "SerialNum", -14},
+               {"ChassisInfoArea", "Manufacturer", -14},
+               {nullptr, "Type", -14}};
+    for (const auto& c : ids)
+        EXPECT_EQ(c.id, fru_get_param_id(c.section, c.key)) << c.key;
+
+    fru_init();
+    EXPECT_EQ(0, modify_section("258", 0));
+    EXPECT_EQ(2, fru.chassis.type);
+    EXPECT_EQ(0, modify_section("X", 26));
+    EXPECT_EQ(0xC1, fru.product.custom.type_len[4]);
+    // The board time, unknown ids and a null value change nothing.
+    const kv_fru_record before = fru;
+    for (int id : {3, 27, -1})
+        EXPECT_EQ(0, modify_section("2020/01/01 00:00", id));
+    EXPECT_EQ(0, modify_section(nullptr, 6));
+    EXPECT_EQ(0, std::memcmp(&before, &fru, sizeof fru));
 }
 
 } // namespace

@@ -162,8 +162,15 @@ TEST_F(Sim, FaultsAndTheWireLog)
     fail_address(16, 0x51, EIO);
     ASSERT_EQ(0, parent.bind(0x70));
     ASSERT_TRUE(send(parent, {0x01}));
+    EXPECT_EQ(1, mux_control(13, 0x70));
+    EXPECT_THAT(receive(parent, 1), ElementsAre(1));
+    EXPECT_THROW(mux_control(11, 0x3f), std::invalid_argument);
     EXPECT_EQ(EIO, ERRNO_OF(read_register(parent, 0x51)));
     EXPECT_EQ(sent(13, 0x51, {0}, false, EIO), wire_log().back());
+    // A multiplexer that does not answer takes its channels with it.
+    fail_address(13, 0x70, ENXIO);
+    EXPECT_EQ(ENXIO, ERRNO_OF(read_register(BusHandle(19), 0x3f)));
+    clear_faults();
     EXPECT_THROW(fail_transfer(0, EIO), std::invalid_argument);
     // Long transfers keep their length and first bytes; the log keeps the
     // latest few thousand, oldest first.
@@ -248,7 +255,7 @@ TEST(BoardFiles, MemoryComesFromHexListsFilesAndSingleBytes)
     EXPECT_EQ(3, device_memory(4, 0x3f)[2]);
     // A part larger than 256 bytes defaults to 2-byte addressing.
     BusHandle bus(4);
-    ASSERT_EQ(0, bus.bind(0x51));
+    ASSERT_EQ(0, probe(bus, 0x51));
     ASSERT_TRUE(send(bus, {0x03, 0xff}));
     EXPECT_THAT(receive(bus, 3), ElementsAre(7, 1, 0x20));
 }

@@ -165,6 +165,7 @@ TEST(EventDescriptions, EveryEntryDescribesItsOwnRecord)
             {0xF3, 0x6F, 0x00, 0x00, "<none>"},
             {0x0F, 0x70, 0x00, 0x00, "<none>"}, // OEM event types
             {0x0F, 0x7E, 0x00, 0x00, "<none>"},
+            {0x0F, 0x7F, 0x00, 0x00, "<none>"},
         };
     for (const auto& [type, dir, data1, data2, text] : cases)
     {
@@ -442,6 +443,7 @@ TEST(SelTime, Texts)
 {
     const TimeZone zone("UTC-8");
     const std::pair<uint32_t, const char*> cases[] = {
+        {0xFFFFFFFF, "Unknown"},
         // Start-up times are shown in UTC up to 0x20000000, and so are
         // times past 2038 (negative as signed values).
         {0x20000000, "1987-01-05 18:48:32 005 Mon GMT"},

@@ -1,125 +1,75 @@
 // SPDX-License-Identifier: Apache-2.0
-// Sensor events into the SEL hand-off slots, the offset from UTC that the
-// decoders take off record times, and the text SEL log with its move to the
-// SD card at 8 MiB (/tmp and the card are separate file systems here).
+// Sensor events into the SEL hand-off slots, the text SEL log with its move
+// to the SD card at 8 MiB (/tmp and the card are separate file systems
+// here), and the two paths of trap requests to the SNMP agent.
 #include "events_test.h"
-#include "test_helpers.h"
 
-#include <gtest/gtest.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
-#include <string>
-#include <vector>
+#include <chrono>
 
 namespace
 {
 
 namespace segment = kv::segment;
+namespace field = kv::segment::trap_slot_field;
 using namespace kv::test;
 
-class SelSlots : public PlatformSegmentTest
+TEST(SelSlots, RecordsTakeTheLowestFreeSlotUntilTheTableIsFull)
 {
-  protected:
-    uint8_t& state(unsigned slot)
-    {
-        return shm_[segment::sel_slot_state(slot)];
-    }
-    uint8_t* payload(unsigned slot)
-    {
-        return shm_ + segment::sel_slot_payload(slot);
-    }
-    std::vector<uint8_t> table() // the state bytes and a slot after it
-    {
-        return {&state(0), &state(segment::kSelSlotCount + 1)};
-    }
-    int write_event(unsigned sensor)
-    {
-        return SensorSELWrite(shm_, sensor, 0, 0x01, 0x01, 0x59, 87, 85);
-    }
-};
+    uint8_t* shm = cleared_segment();
+    const auto state = [&](unsigned i) -> uint8_t& {
+        return shm[segment::sel_slot_state(i)];
+    };
+    const auto payload = [&](unsigned i) {
+        return shm + segment::sel_slot_payload(i);
+    };
+    const auto write_event = [&](unsigned sensor) {
+        return SensorSELWrite(shm, sensor, 0, 0x01, 0x01, 0x59, 87, 85);
+    };
+    const std::vector<uint8_t> data(200, 0x5A);
+    EXPECT_EQ(add_sel_to_shm(nullptr, data.data(), 16), KV_SEL_NO_SEGMENT);
+    EXPECT_EQ(add_sel_to_shm(shm, nullptr, 16), KV_SEL_NO_SEGMENT);
+    EXPECT_EQ(add_sel_to_shm(shm, data.data(), -1), KV_SEL_NO_SEGMENT);
+    EXPECT_EQ(SensorSELWrite(nullptr, 1, 0, 1, 1, 0, 0, 0), -1);
+    EXPECT_EQ(state(0), 0);
+    // No data still takes a slot; longer data stays inside its slot.
+    EXPECT_EQ(add_sel_to_shm(shm, data.data(), 0), 0);
+    EXPECT_EQ(payload(0)[0], 0);
+    ASSERT_EQ(add_sel_to_shm(shm, data.data(), 200), 0);
+    EXPECT_EQ(std::vector<uint8_t>(payload(1), &state(2)),
+              std::vector<uint8_t>(segment::kSelSlotPayloadSize, 0x5A));
+    EXPECT_EQ(state(2), 0);
 
-TEST_F(SelSlots, RecordsTakeTheLowestFreeSlotUntilTheTableIsFull)
-{
-    ASSERT_EQ(SensorSELWrite(shm_, 0x31, 0, 0x07, 0x6F, 0x00, 0xFF, 0xFE), 0);
+    ASSERT_EQ(SensorSELWrite(shm, 0x31, 0, 0x07, 0x6F, 0x00, 0xFF, 0xFE), 0);
     const uint8_t expected[segment::kSelSlotPayloadSize] = {
         0x21, 0x00, 0x02, 0xE1, 0xA2, 0xFF, 0x4E, 0x20,
         0x00, 0x04, 0x07, 0x31, 0x6F, 0x00, 0xFF, 0xFE};
-    EXPECT_EQ(std::memcmp(payload(0), expected, sizeof expected), 0);
-    EXPECT_EQ(state(0), 1);
-    ASSERT_EQ(write_event(0), 0);
+    EXPECT_EQ(std::memcmp(payload(2), expected, sizeof expected), 0);
+    EXPECT_EQ(state(2), 1);
     // The consumer frees a slot with any value but 1; no position is kept.
     state(0) = 0;
     state(1) = 7;
+    state(2) = 0;
     for (unsigned i = 0; i < segment::kSelSlotCount; ++i)
     {
         ASSERT_EQ(write_event(i + 1), 0);
         EXPECT_EQ(payload(i)[11], uint8_t(i + 1));
         EXPECT_EQ(state(i), 1);
     }
+    // The table and a slot after it stay as they were.
+    const auto table = [&] {
+        return std::vector<uint8_t>(&state(0),
+                                    &state(segment::kSelSlotCount + 1));
+    };
     const auto before = table();
-    EXPECT_EQ(add_sel_to_shm(shm_, expected, 16), KV_SEL_SLOTS_FULL);
+    EXPECT_EQ(add_sel_to_shm(shm, expected, 16), KV_SEL_SLOTS_FULL);
     EXPECT_EQ(write_event(99), -1);
     EXPECT_EQ(table(), before);
     EXPECT_EQ(state(segment::kSelSlotCount), 0);
-}
-
-TEST_F(SelSlots, NoSegmentIsRefusedAndLongerDataStaysInsideItsSlot)
-{
-    const std::vector<uint8_t> data(200, 0x5A);
-    EXPECT_EQ(add_sel_to_shm(nullptr, data.data(), 16), KV_SEL_NO_SEGMENT);
-    EXPECT_EQ(add_sel_to_shm(shm_, nullptr, 16), KV_SEL_NO_SEGMENT);
-    EXPECT_EQ(add_sel_to_shm(shm_, data.data(), -1), KV_SEL_NO_SEGMENT);
-    EXPECT_EQ(SensorSELWrite(nullptr, 1, 0, 1, 1, 0, 0, 0), -1);
-    EXPECT_EQ(state(0), 0);
-    EXPECT_EQ(add_sel_to_shm(shm_, data.data(), 0), 0); // still takes a slot
-    EXPECT_EQ(payload(0)[0], 0);
-    ASSERT_EQ(add_sel_to_shm(shm_, data.data(), 200), 0);
-    EXPECT_EQ(std::vector<uint8_t>(payload(1), &state(2)),
-              std::vector<uint8_t>(segment::kSelSlotPayloadSize, 0x5A));
-    EXPECT_EQ(state(2), 0);
-}
-
-// The hour fields of the two clocks decide, in whole hours.
-TEST(TimeZoneOffset, HourFieldsOfTheTwoClocksDecide)
-{
-    const struct
-    {
-        const char* tz;
-        int hour, minute, expected;
-    } cases[] = {
-        {"UTC", 12, 0, 0},
-        {"UTC-2", 23, 0, 7200},   // local time a day ahead
-        {"UTC+8", 0, 30, -28800}, // and a day behind
-        {"Asia/Shanghai", 23, 59, 28800},
-        {"America/New_York", 2, 0, -18000},
-        {"Asia/Kolkata", 10, 0, 5 * 3600},         // 15:30
-        {"Asia/Kolkata", 10, 45, 6 * 3600},        // 16:15
-        {"Asia/Kolkata", 18, 40, 6 * 3600},        // 00:10 the next day
-        {"Asia/Kolkata", 18, 20, 5 * 3600},        // 23:50
-        {"America/St_Johns", 3, 0, -4 * 3600},     // 23:30
-        {"America/St_Johns", 3, 45, -3 * 3600},    // 00:15
-        {"Pacific/Kiritimati", 11, 0, -10 * 3600}, // UTC+14 folds
-        {"Etc/GMT+12", 12, 0, -12 * 3600},         // 00:00, no fold
-    };
-    for (const auto& c : cases)
-    {
-        const TimeZone zone(c.tz);
-        const FixedClock clock(utc(2024, 1, 15, c.hour, c.minute));
-        EXPECT_EQ(get_time_zone_offset(), c.expected)
-            << c.tz << " at " << c.hour << ":" << c.minute;
-    }
-    // Without TZ the zone comes from /etc/localtime, read on every call.
-    const FixedClock clock(utc(2024, 7, 1, 12, 0));
-    const TimeZone restore("Europe/Berlin"); // summer time
-    EXPECT_EQ(get_time_zone_offset(), 7200);
-    unsetenv("TZ");
-    point_localtime_at("Asia/Tokyo");
-    EXPECT_EQ(get_time_zone_offset(), 9 * 3600);
-    point_localtime_at("Etc/GMT+5");
-    EXPECT_EQ(get_time_zone_offset(), -5 * 3600);
 }
 
 constexpr off_t kLimit = 8 * 1024 * 1024;
@@ -170,17 +120,15 @@ TEST(SelLog, LinesEndInCrLfInAFolderOfItsOwnMode)
     EXPECT_EQ(errno, ENAMETOOLONG);
 }
 
-// Fills the live log to `size` bytes.
-void grow_log(off_t size)
-{
-    make_dirs(kDir);
-    write_text(kLog, "");
-    ASSERT_EQ(::truncate(kLog.c_str(), size), 0);
-}
-
 TEST(SelLog, LogMovesToTheCardWhenALineReachesTheLimit)
 {
-    const TimeZone zone("Asia/Shanghai");
+    setenv("TZ", "Asia/Shanghai", 1);
+    tzset();
+    const auto grow_log = [](off_t size) {
+        make_dirs(kDir);
+        write_text(kLog, "");
+        ASSERT_EQ(::truncate(kLog.c_str(), size), 0);
+    };
     // Without the card the log goes on growing; once the card is there the
     // next line moves it all.
     grow_log(kLimit);
@@ -194,7 +142,7 @@ TEST(SelLog, LogMovesToTheCardWhenALineReachesTheLimit)
     // Named from the record's time in local time (UTC+8: the next day).
     const std::string line = "#7 1 crossing\r\n";
     grow_log(kLimit - line.size() + 1);
-    ASSERT_EQ(save(7, "crossing", utc(2024, 3, 9, 22, 5, 7)), 0);
+    ASSERT_EQ(save(7, "crossing", 1710021907), 0); // 2024-03-09 22:05:07
     const std::string archive = kCard + "/sel-20240310060507.log";
     EXPECT_EQ(size_of(archive), kLimit + 1);
     EXPECT_TRUE(read_text(archive).value_or("").ends_with(line));
@@ -209,6 +157,109 @@ TEST(SelLog, LogMovesToTheCardWhenALineReachesTheLimit)
     ASSERT_EQ(save(9, "", 2), 0);
     EXPECT_EQ(size_of(kLog), -1);
     EXPECT_EQ(names_in(kCard).size(), 3u);
+    unsetenv("TZ");
+    tzset();
+}
+
+TEST(TrapSlots, RequestFillsTheFirstFreeSlotUnlessTheTableIsFull)
+{
+    uint8_t* shm = cleared_segment();
+    const auto slot = [&](unsigned i) { return shm + segment::trap_slot(i); };
+    const auto word = [&](unsigned i, size_t at) {
+        uint32_t value;
+        std::memcpy(&value, slot(i) + at, 4); // little-endian
+        return value;
+    };
+    const auto text = [&](unsigned i) {
+        return std::string((char*)slot(i) + field::kText, field::kTextSize);
+    };
+    const size_t size = segment::kTrapSlotSize * (segment::kTrapSlotCount + 1);
+    slot(0)[field::kState] = 1; // being written by another process
+    std::memset(slot(1) + field::kText, 0xAA, field::kTextSize);
+    EXPECT_EQ(snmpSendTrap(0x01020304, 0xA0B0C0D0, 7, "CPU0 Temp"), 0);
+    EXPECT_EQ(word(1, field::kState), 2u);
+    EXPECT_EQ(word(1, field::kCode), 0x01020304u);
+    EXPECT_EQ(word(1, field::kValue), 0xA0B0C0D0u);
+    EXPECT_EQ(slot(1)[field::kKind], 7);
+    // Zero-padded over what the slot held before.
+    EXPECT_EQ(text(1), "CPU0 Temp" + std::string(field::kTextSize - 9, '\0'));
+    EXPECT_EQ(word(2, field::kState), 0u);
+    // A long text keeps 200 bytes, without a terminator.
+    const std::string long_text(250, 'x');
+    slot(3)[0] = 0x5A;
+    snmpSendTrap(1, 2, 3, long_text.c_str());
+    EXPECT_EQ(text(2), long_text.substr(0, field::kTextSize));
+    EXPECT_EQ(slot(3)[0], 0x5A);
+
+    // A full table, and the slot's worth of bytes after it, stay as they were.
+    for (unsigned i = 0; i < segment::kTrapSlotCount; ++i)
+    {
+        std::memset(slot(i), int(i), segment::kTrapSlotSize);
+        slot(i)[field::kState] = i % 2 == 0 ? 1 : 2;
+        slot(i)[1] = slot(i)[2] = slot(i)[3] = 0;
+    }
+    const std::vector<uint8_t> before(slot(0), slot(0) + size);
+    EXPECT_EQ(snmpSendTrap(1, 2, 3, "dropped"), 0);
+    EXPECT_EQ(std::vector<uint8_t>(slot(0), slot(0) + size), before);
+}
+
+TEST(TrapFifo, CheckFifoFileAcceptsWhatExistsAndMakesWhatIsMissing)
+{
+    write_text("/tmp/regular", "keep");
+    EXPECT_EQ(checkFIFOFile("/tmp/regular", 0600), 0);
+    EXPECT_EQ(read_text("/tmp/regular"), "keep");
+    ::umask(022);
+    ASSERT_EQ(checkFIFOFile("/tmp/trap.fifo", 0604), 0);
+    struct stat st
+    {};
+    ASSERT_EQ(::stat("/tmp/trap.fifo", &st), 0);
+    EXPECT_EQ(st.st_mode & (S_IFMT | 0777), S_IFIFO | 0604u);
+    EXPECT_EQ(checkFIFOFile("/tmp/no/dir/trap.fifo", 0600), 1);
+
+    // The write end is kept per process: each case runs in a child.
+    EXPECT_EQ(
+        exit_status_of([] {
+            const int first = getSNMPTrapWriteFD("/tmp/trap.fifo", O_RDWR);
+            // Gone, the FIFO could not be opened again.
+            ::unlink("/tmp/trap.fifo");
+            return first * 2 + getSNMPTrapWriteFD("/tmp/trap.fifo", O_RDWR);
+        }),
+        0);
+    // A missing FIFO is retried once, a second later.
+    EXPECT_EQ(exit_status_of([] {
+                  const auto start = std::chrono::steady_clock::now();
+                  if (getSNMPTrapWriteFD("/tmp/missing.fifo", O_RDWR) != 1 ||
+                      std::chrono::steady_clock::now() - start <
+                          std::chrono::milliseconds(900))
+                  {
+                      return 1;
+                  }
+                  checkFIFOFile("/tmp/missing.fifo", 0600);
+                  ::close(0); // descriptor 0 is a write end too
+                  return getSNMPTrapWriteFD("/tmp/missing.fifo", O_RDWR) * 2;
+              }),
+              0);
+}
+
+TEST(TrapFifo, WriteMsgReportsShortAndFailedWrites)
+{
+    int fds[2];
+    ASSERT_EQ(::pipe(fds), 0);
+    EXPECT_EQ(snmpWriteMsg(fds[1], "trap", 4), 0);
+    EXPECT_EQ(snmpWriteMsg(fds[1], "trap", -1), 1);
+    EXPECT_EQ(snmpWriteMsg(fds[1], "", 0), 0);
+    char got[8] = {};
+    EXPECT_EQ(::read(fds[0], got, sizeof got), 4);
+    EXPECT_STREQ(got, "trap");
+    ::close(fds[0]);
+    ::close(fds[1]);
+    EXPECT_EQ(snmpWriteMsg(fds[1], "trap", 4), 1);
+    // The bare "%" at the end prints nothing of the error text.
+    EXPECT_NE(read_text("/tmp/log")
+                  .value_or("")
+                  .find("snmpWriteMsg failed. fd: " + std::to_string(fds[1]) +
+                        ", ret: -1, err: \n"),
+              std::string::npos);
 }
 
 } // namespace

@@ -1,22 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // The rule and privilege files are edited by hand too: any text in them must
-// read, check a login and be rewritten without a stray read or write. The
-// target runs in the private view of the test sandbox, so /etc/user and
-// /tmp/log are its own.
+// read, check a login and be rewritten without a stray read or write.
 #include "fuzz_input.h"
-#include "sandbox.h"
 
 #include <libkv/access.h>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    kv::sandbox::enter();
-    ::mkdir("/etc/user", 0755);
-    return 0;
-}
+KV_FUZZ_SANDBOX("/etc/user")
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
@@ -37,7 +28,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     updateFile("/etc/user/rules", 1);
     rules.clear();
     getUserRule(rules);
-    // The log only grows; it is not what is under test.
-    ::unlink("/tmp/log");
+    ::unlink("/tmp/log"); // it only grows
     return 0;
 }

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Endpoint texts come from remote peers and rule texts from management
 // requests: every check must answer for any text without a stray read or
-// write. The target runs in the private view of the test sandbox.
+// write.
 #include "fuzz_input.h"
-#include "sandbox.h"
 
 #include <libkv/access.h>
 
@@ -12,11 +11,7 @@
 
 #include <cstring>
 
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    kv::sandbox::enter();
-    return 0;
-}
+KV_FUZZ_SANDBOX()
 
 // A prefix byte, then a text; a second text after the first '|' for the
 // checks that compare two.
@@ -29,9 +24,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const uint8_t prefix = data[0];
     const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
     const auto bar = text.find('|');
-    const std::string first = text.substr(0, bar);
-    const std::string second = bar == text.npos ? "" : text.substr(bar + 1);
-
+    std::string first = text.substr(0, bar);
+    std::string second = bar == text.npos ? "" : text.substr(bar + 1);
     for (int iface = INTERFACE_WEB; iface <= INTERFACE_SNMP + 1; ++iface)
     {
         char ip[INET6_ADDRSTRLEN];
@@ -49,10 +43,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     tm date{};
     convertString2Date(text, date);
     timeCheckRule(text);
-    std::string ipv4 = first;
-    std::string rule_mac = second;
-    setUserRule(prefix % 4, ipv4, rule_mac, text, prefix & 1, second);
     setUserPrivilege(first, second, text);
+    setUserRule(prefix % 4, first, second, text, prefix & 1, second);
     updateFile("/etc/user/rules", 0);
     updateFile("/etc/user/privilege", 0);
     ::unlink("/tmp/log");

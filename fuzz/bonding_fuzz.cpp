@@ -1,23 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// The bonding driver's status file, read for the bonding mode and the active
-// slave: any text must give a known mode, and a slave name, when there is
-// one, terminated within its buffer.
-// The file lies in the sandbox's private /proc/self/net.
+// The bonding driver's status file (in the sandbox's private /proc/self/net):
+// any text must give a known mode, and a slave name, when there is one,
+// terminated within its buffer.
 #include "fuzz_input.h"
-#include "sandbox.h"
 
 #include <libkv/services.h>
 
-#include <sys/stat.h>
-
 #include <cstring>
 
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    kv::sandbox::enter();
-    ::mkdir("/proc/self/net/bonding", 0755);
-    return 0;
-}
+KV_FUZZ_SANDBOX("/proc/self/net/bonding")
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

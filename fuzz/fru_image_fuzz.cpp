@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// FRU images come from the EEPROMs of plug-in boards: any bytes at all must
-// parse or be refused without a stray read or write, and whatever parses
-// must build again.
+// FRU images come from the EEPROMs of plug-in boards: any bytes must parse
+// or be refused without a stray read or write; whatever parses must build.
 #include <libkv/fru.h>
 
 #include <cstdint>

@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // Any key and value a daemon hands to write_conf_value: the value is read
 // back as the readers give values (outer blanks trimmed), or refused with
-// the file untouched; either way no other setting changes. The file lives
-// in the sandbox's /tmp.
+// the file untouched; either way no other setting changes.
 #include "fuzz_input.h"
-#include "sandbox.h"
 
 #include <libkv/foundation.h>
 
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <string>
 
 namespace
@@ -34,11 +32,7 @@ std::string others(const std::string& key)
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    kv::sandbox::enter();
-    return 0;
-}
+KV_FUZZ_SANDBOX()
 
 // The key, a NUL, the value, a NUL, and lines the file holds after two
 // settings of its own.
@@ -55,8 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     std::string value = input.substr(key_end + 1, value_end - key_end - 1);
     const std::string before =
         "alpha=1\nbeta=2\n" + input.substr(value_end + 1);
-    if (!write_input(kFile, reinterpret_cast<const uint8_t*>(before.data()),
-                     before.size()))
+    if (!write_input(kFile, before.data(), before.size()))
     {
         return 0;
     }
@@ -66,9 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (result != 0)
     {
         std::ifstream in(kFile, std::ios::binary);
-        std::ostringstream text;
-        text << in.rdbuf();
-        require(text.str() == before);
+        require(std::string(std::istreambuf_iterator<char>(in), {}) == before);
         return 0;
     }
     get_valid_string(value.data());

@@ -36,12 +36,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
                 sizeof sensor);
     // Room for the longest line: a name to the end of its record, two
     // readings of the largest doubles, a description and the units.
-    std::vector<char> ipmi(4096, '\0');
-    std::vector<char> web(4096, '\0');
-    const int ipmi_result =
-        ipmi_parse_sel_entry(rec.data(), 0, platform.data(), ipmi.data());
-    require(ipmi_result ==
-                web_parse_sel_entry(rec.data(), 0, sensor, web.data()) &&
-            std::strcmp(ipmi.data(), web.data()) == 0);
+    char ipmi[4096] = "";
+    char web[4096] = "";
+    const int result =
+        ipmi_parse_sel_entry(rec.data(), 0, platform.data(), ipmi);
+    require(result == web_parse_sel_entry(rec.data(), 0, sensor, web) &&
+            std::strcmp(ipmi, web) == 0);
     return 0;
 }

@@ -1,23 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // snmpd.conf is edited by hand and the agent writes its state file: any
 // text must read without a stray read or write, and every setter must copy
-// it. The paths are fixed, so the target runs in the test sandbox, on a
-// private /etc and /var.
+// it.
 #include "fuzz_input.h"
-#include "sandbox.h"
 
 #include <libkv/services.h>
 
-#include <sys/stat.h>
-
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    kv::sandbox::enter();
-    ::mkdir("/etc/snmp", 0755);
-    ::mkdir("/var/lib", 0755);
-    ::mkdir("/var/lib/net-snmp", 0755);
-    return 0;
-}
+KV_FUZZ_SANDBOX("/etc/snmp", "/var/lib", "/var/lib/net-snmp")
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
@@ -28,9 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     char text[128];
     snmp_community_get(text, sizeof text);
     snmp_v3_engineid_get(text, sizeof text);
-    bool v1 = false;
-    bool v2 = false;
-    bool on = false;
+    bool v1 = false, v2 = false, on = false;
     snmp_v1_status_get(&v1);
     snmp_v2_status_get(&v2);
     snmp_service_status_get(&on);

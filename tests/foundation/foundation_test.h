@@ -12,20 +12,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <regex>
-#include <string>
-#include <vector>
 
-namespace kv::foundation::test
-{
 using namespace kv::test;
+using namespace std::string_literals;
 using testing::HasSubstr;
-using testing::MatchesRegex;
 
 // A file's text with every trace stamp and ctime stamp replaced by "T".
 inline std::string untimed(const std::string& path)
@@ -34,6 +26,15 @@ inline std::string untimed(const std::string& path)
         R"([0-9-]{8} [0-9:]{8}|\w{3} \w{3} [ \d]\d [\d:]{8} \d{4})");
     return std::regex_replace(read_text(path).value_or("<none>"), stamp, "T");
 }
-} // namespace kv::foundation::test
 
-using namespace kv::foundation::test;
+inline struct stat stat_of(const char* path)
+{
+    struct stat info = {};
+    stat(path, &info);
+    return info;
+}
+
+inline mode_t mode_of(const char* path)
+{
+    return stat_of(path).st_mode & 0777;
+}

@@ -25,9 +25,7 @@ double as(const cJSON* node, int kind, size_t size = 16)
     const size_t used = rc ? 0 : std::min<size_t>(size, 16);
     EXPECT_EQ(std::string(out + used, out + 17), std::string(17 - used, 0x5A));
     if (rc)
-    {
         return rc == -1 ? NAN : -1000;
-    }
     int64_t i;
     float f;
     double d;
@@ -38,31 +36,15 @@ double as(const cJSON* node, int kind, size_t size = 16)
                                  double(int16_t(i)),
                                  double(int32_t(i)),
                                  double(i),
-                                 std::atof(reinterpret_cast<char*>(out)),
+                                 std::atof((char*)out),
                                  f,
-                                 d}
-        .at(kind);
-}
-
-TEST(Json, PrepareParseJsonTakesAWholeFileAndNothingElse)
-{
-    write_text("/tmp/board.json", R"({"slots": [1, 2]})");
-    write_text("/tmp/empty.json", "");
-    write_text("/tmp/broken.json", R"({"name": )");
-    make_dirs("/tmp/dir.json");
-    const Tree tree(prepare_parse_json("/tmp/board.json"));
-    EXPECT_EQ(2, cJSON_GetArraySize(cJSON_GetObjectItem(tree.get(), "slots")));
-    for (const char* path :
-         {"/tmp/missing.json", "/tmp/empty.json", "/tmp/broken.json",
-          "/tmp/dir.json", static_cast<const char*>(nullptr)})
-    {
-        EXPECT_EQ(nullptr, Tree(prepare_parse_json(path))) << path;
-    }
+                                 d}[kind];
 }
 
 // False, true, number and string nodes convert to kinds 0..6; other types
-// and kinds are refused.
-TEST(Json, NodeTypeAgainstKind)
+// and kinds are refused. Integers truncate, saturate and wrap; each kind
+// needs room for its size.
+TEST(Json, Conversions)
 {
     const std::pair<Tree, double> nodes[] = {
         {J("false"), 0},
@@ -75,20 +57,11 @@ TEST(Json, NodeTypeAgainstKind)
         {J("{}"), NAN},
         {Tree(cJSON_CreateRaw("42")), NAN}};
     for (const auto& [node, value] : nodes)
-    {
         for (int kind = -1; kind <= 7; ++kind)
-        {
             EXPECT_THAT(as(node.get(), kind),
                         testing::NanSensitiveDoubleEq(
                             kind >= 0 && kind <= 6 ? value : NAN))
-                << "type " << node->type << " as kind " << kind;
-        }
-    }
-}
-
-// Integers truncate, saturate and wrap; each kind needs room for its size.
-TEST(Json, ConversionsAndSizes)
-{
+                << node->type << " as " << kind;
     const struct
     {
         const char* json;
@@ -104,75 +77,69 @@ TEST(Json, ConversionsAndSizes)
                  {"1e20", KV_JSON_I32, 4, -1}, // saturated, then narrowed
                  {"1e20", KV_JSON_I64, 8, 9223372036854775807.0},
                  {"-1e999", KV_JSON_I64, 8, -9223372036854775808.0},
-
-                 {"7", KV_JSON_DOUBLE, 8, 7},
                  {"\"12.7 volts\"", KV_JSON_I32, 4, 12},
-                 {"\"abc\"", KV_JSON_I32, 4, 0},
                  {"7", KV_JSON_I16, 1, NAN},
-
                  {"7", KV_JSON_I64, 7, NAN},
-
                  {"7", KV_JSON_DOUBLE, 7, NAN},
                  {"7", KV_JSON_TEXT, 0, NAN}};
     for (const auto& c : cases)
-    {
         EXPECT_THAT(as(J(c.json).get(), c.kind, c.size),
                     testing::NanSensitiveDoubleEq(c.out))
             << c.json << " as " << c.kind << " in " << c.size;
-    }
     const Tree nan(cJSON_CreateNumber(NAN));
     EXPECT_EQ(0, as(nan.get(), KV_JSON_U8) + as(nan.get(), KV_JSON_I64));
-    char text[16];
-    const auto text_of = [&](const char* json, size_t size) {
-        return cjson_data_get(J(json).get(), KV_JSON_TEXT, text, size) == 0
-                   ? std::string(text) + "|"
-                   : "-|";
-    };
-    EXPECT_EQ(text_of("1.5", 16) + text_of("true", 16) +
-                  text_of("\"12.7 volts\"", 16) + text_of("\"12.7 volts\"", 5),
-              "1.500000|1.000000|12.7 volts|12.7|");
+    std::string texts;
+    for (auto [json, size] : {std::pair{"1.5", 16},
+                              {"true", 16},
+                              {"\"12.7 volts\"", 16},
+                              {"\"12.7 volts\"", 5}})
+    {
+        char text[16] = "-";
+        cjson_data_get(J(json).get(), KV_JSON_TEXT, text, size);
+        texts += text + "|"s;
+    }
+    EXPECT_EQ(texts, "1.500000|1.000000|12.7 volts|12.7|");
     cJSON textless{};
     textless.type = cJSON_String;
-    EXPECT_TRUE(std::isnan(as(&textless, KV_JSON_TEXT)));
-    EXPECT_TRUE(std::isnan(as(&textless, KV_JSON_I32)));
-    EXPECT_TRUE(std::isnan(as(nullptr, KV_JSON_I32)));
+    EXPECT_TRUE(std::isnan(as(&textless, KV_JSON_TEXT) +
+                           as(&textless, KV_JSON_I32) +
+                           as(nullptr, KV_JSON_I32)));
     EXPECT_EQ(-1, cjson_data_get(nan.get(), KV_JSON_I32, nullptr, 8));
-}
 
-TEST(Json, ValueGetLooksKeysUpIgnoringCase)
-{
+    // Keys are looked up ignoring case.
     const Tree object(J(R"({"FanSpeed": 4200, "Name": "fan0"})"));
     int32_t speed = 0;
     char name[8];
-    ASSERT_EQ(0, cjson_value_get(object.get(), "fanspeed", 2, &speed, 4));
-    ASSERT_EQ(0, cjson_value_get(object.get(), "NAME", 4, name, 8));
+    EXPECT_EQ(0, cjson_value_get(object.get(), "fanspeed", 2, &speed, 4) +
+                     cjson_value_get(object.get(), "NAME", 4, name, 8));
     EXPECT_EQ(std::to_string(speed) + name, "4200fan0");
-    EXPECT_EQ(-1, cjson_value_get(object.get(), "Missing", 4, name, 8));
-    EXPECT_EQ(-1, cjson_value_get(object.get(), nullptr, 4, name, 8));
+    EXPECT_EQ(-2, cjson_value_get(object.get(), "Missing", 4, name, 8) +
+                      cjson_value_get(object.get(), nullptr, 4, name, 8));
 }
 
-// Replaced whole or not at all, with no scratch file left. A scratch name
-// cut to 127 characters could name another file: such a path is refused.
-TEST(Json, FileWriteReplacesTheFileWholeOrNotAtAll)
+// A file is replaced whole or not at all, with no scratch file left, and
+// parsed back only when whole. A scratch name cut to 127 characters could
+// name another file: such a path is refused.
+TEST(Json, Files)
 {
     write_text("/tmp/out/board.json", "old");
     const Tree tree(J(R"({"slot": 3, "cards": ["a", "b"]})"));
     ASSERT_EQ(0, cjson_file_write(tree.get(), "/tmp/out/board.json"));
-    const std::unique_ptr<char, decltype(&cJSON_free)> formatted(
-        cJSON_Print(tree.get()), &cJSON_free);
-    EXPECT_EQ(formatted.get(), read_text("/tmp/out/board.json"));
-
+    const Tree back(prepare_parse_json("/tmp/out/board.json"));
+    EXPECT_TRUE(cJSON_Compare(tree.get(), back.get(), true));
     make_dirs("/tmp/out/taken.json/inside");
     const std::string bystander = "/tmp/out/" + std::string(118, 'n');
     const std::string cut = bystander + ".json";
     write_text(bystander, "bystander");
     for (const char* path : {"/tmp/out/taken.json", "/tmp/out/no/such/dir.json",
-                             cut.c_str(), static_cast<const char*>(nullptr)})
-    {
+                             cut.c_str(), (const char*)0})
         EXPECT_EQ(-1, cjson_file_write(tree.get(), path));
-    }
     EXPECT_EQ("bystander", read_text(bystander));
-    EXPECT_EQ(names_in("/tmp/out"),
-              (std::vector<std::string>{"board.json", bystander.substr(9),
-                                        "taken.json"}));
+    EXPECT_EQ(names_in("/tmp/out").size(), 3u);
+
+    write_text("/tmp/empty.json", "");
+    write_text("/tmp/broken.json", R"({"name": )");
+    for (const char* path : {"/tmp/missing.json", "/tmp/empty.json",
+                             "/tmp/broken.json", "/tmp/out", (const char*)0})
+        EXPECT_EQ(nullptr, Tree(prepare_parse_json(path))) << path;
 }

@@ -1,64 +1,184 @@
 // SPDX-License-Identifier: Apache-2.0
+// Settings files: reading, editing through a scratch file, text replacement
+// and the OEM thresholds.
 #include "foundation_test.h"
 
-const char* const kConf = "/tmp/settings.conf";
+const char* const kConf = "/tmp/cfg/net.conf";
+const char* const kOem = "/etc/default/obmc/hwmon/oem.conf";
+
+// Whether `path` is alone in its folder: no scratch file left.
+bool alone(const std::string& path)
+{
+    const std::filesystem::path p(path);
+    return names_in(p.parent_path()) == std::vector{p.filename().string()};
+}
 
 // Key and value are trimmed, the line is split at its first separator, keys
 // match exactly and the first matching line wins. Lines are read in
 // 255-character pieces, and each piece counts as a line.
-TEST(KvFile, ReadGivesTheTrimmedValueOfTheFirstMatchingLine)
+TEST(KvFile, Read)
 {
     write_text(kConf,
                " key = v 1 \r\na=b=c\nempty=\n#p=1\nP=2\npx=3\n\tp=4\np\n"
-               "p=5\np=6\nh=no\nh: bmc:623\nlong=" +
+               "p=5\np=6\nh: bmc:623\nlong=" +
                    std::string(250, 'v') +
                    "tail=end\nbig=" + std::string(200, 'z') + "\n");
     const std::tuple<const char*, char, std::string> cases[] = {
-        {"key", '=', "v 1"},   {"a", '=', "b=c"},
-        {"empty", '=', ""},    {"p", '=', "5"},
-        {"#p", '=', "1"},      {" p", '=', "-"},
-        {"h", ':', "bmc:623"}, {"h=no", ':', "-"},
-        {"tail", '=', "end"},  {"long", '=', std::string(250, 'v')},
-        {"k", '=', "-"},       {"big", '=', std::string(200, 'z')}};
+        {"key", '=', "v 1"},
+        {"a", '=', "b=c"},
+        {"empty", '=', ""},
+        {"p", '=', "5"},
+        {"#p", '=', "1"},
+        {" p", '=', "-"},
+        {"h", ':', "bmc:623"},
+        {"tail", '=', "end"},
+        {"k", '=', "-"},
+        {"long", '=', std::string(250, 'v')},
+        {"big", '=', std::string(200, 'z')}};
+    char got[256];
     for (const auto& [key, sep, value] : cases)
-    {
-        char got[256];
         EXPECT_EQ(read_conf_value_safe(kConf, key, got, 256, sep) ? "-" : got,
                   value)
             << key;
-    }
-    char plain[200];
-    std::memset(plain, 'X', sizeof plain);
-    ASSERT_EQ(0, read_conf_value(kConf, "big", plain));
-    EXPECT_EQ(std::string(plain, 129), std::string(127, 'z') + '\0' + 'X');
-    ASSERT_EQ(0, read_conf_value_safe(kConf, "big", plain, 4, '='));
-    EXPECT_STREQ("zzz", plain);
-    EXPECT_EQ(-1, read_conf_value("/tmp/none", "k", plain));
-    EXPECT_EQ(-1, read_conf_value(kConf, nullptr, plain));
-    EXPECT_EQ(-1, read_conf_value_safe(kConf, "key", plain, 0, '='));
+    std::memset(got, 'X', sizeof got);
+    ASSERT_EQ(0, read_conf_value(kConf, "big", got));
+    EXPECT_EQ(std::string(got, 129), std::string(127, 'z') + '\0' + 'X');
+    ASSERT_EQ(0, read_conf_value_safe(kConf, "big", got, 4, '='));
+    EXPECT_STREQ("zzz", got);
+    EXPECT_EQ(-3, read_conf_value("/tmp/none", "k", got) +
+                      read_conf_value(kConf, nullptr, got) +
+                      read_conf_value_safe(kConf, "key", got, 0, '='));
+
+    // Only spaces lead; trailing blanks and controls go. A comment's #
+    // follows nothing but spaces.
+    char text[] = "   a b \t\x01\x7f\r\n", tab[] = "\tx", sp[] = "  ";
+    EXPECT_EQ(get_valid_string(text) + get_valid_string(tab) +
+                  get_valid_string(sp),
+              0);
+    EXPECT_EQ(text + "|"s + tab + sp, "a b|\tx");
+    std::string comments;
+    for (auto line : {"#c", "  # c", "\t#c", "k=#v", "", "  "})
+        comments += std::to_string(check_comment_line(line));
+    EXPECT_EQ(comments, "110000");
+    EXPECT_EQ(get_valid_string(nullptr) + check_comment_line(nullptr), -2);
 }
 
-// Only spaces lead; trailing blanks and controls go. A comment's # follows
-// nothing but spaces.
-TEST(KvFile, ValidStringAndCommentLines)
+// The first line with the key is replaced in place (no value: every line
+// with it deleted), all others kept; an absent key is appended on a line of
+// its own. Lines count in 255-character pieces, as for the reader.
+TEST(KvFile, WriteAndDelete)
 {
-    const std::pair<const char*, const char*> texts[] = {
-        {"   a b \t\r\n", "a b"},
-        {"x\x01\x7f ", "x"},
-        {"\tx", "\tx"},
-        {"  ", ""}};
-    for (auto [in, out] : texts)
+    const std::string x(255, 'x');
+    const std::tuple<std::string, const char*, const char*, std::string>
+        edits[] = {
+            {"#\nip = 1 \nno separator\nip=9\n", "ip", "2",
+             "#\nip=2\nno separator\nip=9\n"},
+            {"last=1", "next", "2", "last=1\nnext=2\n"},
+            {" speed = 100 \n", "speed", " 1000 ", "speed= 1000 \n"},
+            {x + "ip=1\nip=3\n", "ip", "2", x + "ip=2\nip=3\n"},
+            {x + "ip=2\nip=3\n", "ip", nullptr, x},
+            {"d=1\n d = 2\no=x\n#d=3\nd=4", "d", nullptr, "o=x\n#d=3\n"}};
+    for (const auto& [before, key, value, after] : edits)
     {
-        char buf[16];
-        std::strcpy(buf, in);
-        EXPECT_EQ(0, get_valid_string(buf));
-        EXPECT_STREQ(buf, out);
+        write_text(kConf, before);
+        EXPECT_EQ(0, value ? write_conf_value(kConf, key, value)
+                           : delete_conf_value_safe(kConf, key, '='));
+        EXPECT_EQ(after, read_text(kConf)) << key;
+        EXPECT_TRUE(alone(kConf));
     }
-    const std::pair<const char*, int> lines[] = {
-        {"#c", 1}, {"  # c", 1}, {"\t#c", 0}, {"k=#v", 0}, {"", 0}, {"  ", 0}};
-    for (auto [line, comment] : lines)
+    std::filesystem::remove(kConf);
+    EXPECT_EQ(0, write_conf_value(kConf, "dhcp", "on") +
+                     write_conf_value_safe(kConf, "mtu", "1500", ':'));
+    EXPECT_EQ("dhcp=on\nmtu:1500\n", read_text(kConf));
+    // A file far larger than one read comes through whole.
+    std::string large;
+    for (int i = 0; i < 5000; ++i)
+        large += "key" + std::to_string(i) + "=value\n";
+    write_text(kConf, large);
+    ASSERT_EQ(0, write_conf_value(kConf, "key4999", "new"));
+    EXPECT_EQ(large.replace(large.rfind("value"), 5, "new"), read_text(kConf));
+}
+
+// No change leaves the file alone; a change replaces it with the same mode;
+// a failure leaves no scratch file.
+TEST(KvFile, ReplacementKeepsTheMode)
+{
+    write_text(kConf, " speed = 100 \nother=x\n");
+    const timespec times[2] = {{1000, 0}, {1000, 0}};
+    ASSERT_EQ(0, utimensat(AT_FDCWD, kConf, times, 0));
+    EXPECT_EQ(0, write_conf_value(kConf, "speed", "  100\t") +
+                     delete_conf_value_safe(kConf, "d", '=') +
+                     delete_conf_value_safe(kConf, "other", ':'));
+    EXPECT_EQ(stat_of(kConf).st_mtim.tv_sec, 1000);
+    chmod(kConf, 0600);
+    EXPECT_EQ(0, write_conf_value(kConf, "speed", "1"));
+    EXPECT_EQ(0600u, mode_of(kConf));
+    chmod(kConf, 0640);
+    EXPECT_EQ(0, delete_conf_value_safe(kConf, "speed", '=') +
+                     delete_conf_value_safe("/tmp/cfg/none", "a", '='));
+    EXPECT_EQ(0640u, mode_of(kConf));
+    EXPECT_EQ("other=x\n", read_text(kConf));
+    EXPECT_EQ(-3, write_conf_value(kConf, nullptr, "v") +
+                      delete_conf_value_safe(kConf, nullptr, '=') +
+                      write_conf_value("/tmp/cfg/no/x.conf", "k", "v"));
+    EXPECT_TRUE(alone(kConf));
+    std::filesystem::remove(kConf);
+    make_dirs("/tmp/cfg/net.conf/in"); // no rename over a directory
+    EXPECT_EQ(-ENOENT, write_conf_value(kConf, "k", "v"));
+    EXPECT_TRUE(alone(kConf));
+}
+
+// 0 replaced (the first occurrence), 1 not found (file untouched), -1 error;
+// the rewrite drops the file's last byte.
+TEST(KvFile, ReplaceFileValue)
+{
+    const std::string big(5000, 'L');
+    const std::string cases[][4] = {
+        {"a a a\n", "b", "a", "b a a"},
+        {"h OLD t\n", big, "OLD", "h " + big + " t"},
+        {"h " + big + " t\n", "", big, "h  t"},
+        {"x=1\n", "2", "9", "x=1\n"}};
+    for (const auto& [before, to, from, after] : cases)
     {
-        EXPECT_EQ(check_comment_line(line), comment) << line;
+        write_text(kConf, before);
+        EXPECT_EQ(replace_file_value(kConf, to.c_str(), from.c_str()),
+                  before == after);
+        EXPECT_EQ(after, read_text(kConf));
     }
-    EXPECT_EQ(get_valid_string(nullptr) + check_comment_line(nullptr), -2);
+    EXPECT_EQ(-2, replace_file_value("/tmp/cfg/none", "2", "1") +
+                      replace_file_value(kConf, nullptr, "1"));
+    EXPECT_TRUE(alone(kConf));
+}
+
+// A line naming the sensor (by substring) arms the search; the first line
+// after it with the kind's prefix and the index (by substring) gets the
+// value. The fixed scratch name may hold a leftover or a planted link: it
+// is replaced, never written through, and the file keeps its mode.
+TEST(KvFile, OemThreshold)
+{
+    write_text("/tmp/bystander", "b\n");
+    make_dirs("/etc/default/obmc/hwmon");
+    ASSERT_EQ(0, symlink("/tmp/bystander", (kOem + "back"s).c_str()));
+    // The lines marked * get the value.
+    const std::tuple<std::string, int, int> cases[] = {
+        {"CRITHI_3=1\ncpu\nWARNHI_3=8\nCRITHI_4=1\n*CRITHI_3=9\nCRITHI_3=9\n"
+         "mem\nCRITHI_3=9\n",
+         3, KV_THRESHOLD_CRIT_HIGH},
+        {"cpu\n*WARNLO_12=5\ncpu\nCRITLO_1=6\n*WARNLO_1=7\n", 1,
+         KV_THRESHOLD_WARN_LOW}};
+    for (const auto& [text, index, kind] : cases)
+    {
+        write_text(kOem, std::regex_replace(text, std::regex("\\*"), ""));
+        chmod(kOem, 0640);
+        EXPECT_EQ(0, write_to_oem_conf(index, "cpu", kind, -5));
+        EXPECT_EQ(std::regex_replace(text, std::regex("\\*(.*)=.*"), "$1=-5"),
+                  read_text(kOem));
+        EXPECT_EQ(0640u, mode_of(kOem));
+        EXPECT_TRUE(alone(kOem));
+        write_text(kOem + "back"s, "half a copy");
+    }
+    EXPECT_EQ("b\n", read_text("/tmp/bystander"));
+    std::filesystem::remove(kOem);
+    EXPECT_EQ(0, write_to_oem_conf(3, "cpu", KV_THRESHOLD_CRIT_HIGH, 1));
+    EXPECT_FALSE(read_text(kOem));
 }

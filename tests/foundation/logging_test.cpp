@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The three file channels: plain trace, raw trace and the classified log
-// with its 4 MiB archive step.
+// The file channels: plain and raw trace, library records, the assertions
+// that end the process and the classified log with its 4 MiB archive step.
 #include "foundation_test.h"
 
 #include <ctime>
@@ -10,7 +10,16 @@ const std::string kVar = "/var/BMCInfo/Development/Log/bmc";
 const std::string kCard = "/media/card/BMCInfo/Development/Log/bmc";
 const std::string kError = kRun + "/log_error";
 
-TEST(Trace, PlainLinesAreStampedAndCutRawTextIsWhole)
+const int kGuardLine = __LINE__ + 3;
+int half(int n)
+{
+    kv_return_val_if_fail(n % 2 == 0, -1);
+    return n / 2;
+}
+
+// Plain lines are stamped and cut, raw text whole; library records are
+// prefixed, whole and name where they come from.
+TEST(Trace, Records)
 {
     veldmarke_log("user %s refused", "bob");
     veldmarke_log("ends in newline\n");
@@ -23,11 +32,42 @@ TEST(Trace, PlainLinesAreStampedAndCutRawTextIsWhole)
                                        std::string(1023, 'a') + "\n");
     EXPECT_EQ(read_text("/tmp/log-bmc"),
               "lock taken" + std::string(3000, 'b') + "|");
+    unlink("/tmp/log");
+
+    EXPECT_EQ(half(8) + _kv_real_assert(5u, "x", "f.cpp", 1, "fn"), 9);
+    EXPECT_FALSE(read_text("/tmp/log")) << "a passing check logged";
+    _kv_warn("%s|\n", std::string(3000, 'w').c_str());
+    _kv_warn_return_if_fail("f", "x > 0", "/a/b/common", 12);
+    _kv_warn_message("%s:%d %s/%s\n", "one", "two", "/src/access/common", 40);
+    EXPECT_EQ(half(7), -1);
+    const std::string l = "libkv[" + std::to_string(getpid()) + "][T]: ";
+    EXPECT_EQ(untimed("/tmp/log"),
+              l + std::string(3000, 'w') + "|\n" + l +
+                  "[common(12)] f expression \"x > 0\" failed.\n" + l +
+                  "common:40 one/two\n" + l + "[logging_test.cpp(" +
+                  std::to_string(kGuardLine) +
+                  ")] half expression \"n % 2 == 0\" failed.\n");
+}
+
+// Each backtrace frame is a trace line; its text ends in its own newline.
+TEST(Trace, FailedAssertions)
+{
+    EXPECT_EXIT(_kv_real_assert(0, "a == b", "/x/y.cpp", 7, "fn"),
+                testing::ExitedWithCode(1), "");
+    EXPECT_EXIT(_kv_real_assert_not_reached("fn", "/x/y.cpp", 9),
+                testing::ExitedWithCode(1), "");
+    const std::string log = untimed("/tmp/log");
+    EXPECT_THAT(log, HasSubstr("]: assertion failed \"a == b\" file "
+                               "\"/x/y.cpp\" line 7 function fn"));
+    EXPECT_THAT(log, HasSubstr("]: File \"/x/y.cpp\" line 9 should not have "
+                               "been reached: fn"));
+    EXPECT_THAT(log,
+                testing::ContainsRegex("\\] T   [^ ]*libkv\\.so[^\n]*\n\n"));
 }
 
 // No path through log_call may change the caller's errno: the missing
 // folder, the missing file of a first line, the missing debug gate.
-TEST(ClassifiedLog, LinePerTypeDebugGateAndCallersErrno)
+TEST(ClassifiedLog, Lines)
 {
     errno = EXDEV;
     log_call(KV_LOG_ERROR, "no folder yet");
@@ -44,10 +84,8 @@ TEST(ClassifiedLog, LinePerTypeDebugGateAndCallersErrno)
     log_call(KV_LOG_DEBUG, "hidden again");
     log_call(KV_LOG_ACTION, "%s", std::string(1500, 'c').c_str());
     for (int type : {int(KV_LOG_TYPES), -1})
-    {
         EXPECT_THAT(stdout_of([&] { EXPECT_EQ(log_call(type, "x"), -1); }),
                     HasSubstr("invalid"));
-    }
     EXPECT_EQ(untimed(kError), "T-bus=3 i2c:12\n");
     EXPECT_EQ(untimed(kRun + "/log_debug"), "T-shown\n");
     EXPECT_EQ(untimed(kVar + "/log_action"),
@@ -55,51 +93,45 @@ TEST(ClassifiedLog, LinePerTypeDebugGateAndCallersErrno)
     EXPECT_EQ(names_in(kRun).size() + names_in(kVar).size(), 3u);
 }
 
-// Archives are named by the raw tm fields of the local time.
-std::string archive_name()
+// At 4 MiB the file goes to the card, or is dropped without one; an
+// archive, named by the raw tm fields of the local time, of the same second
+// is extended.
+TEST(ClassifiedLog, Archive)
 {
-    const std::time_t now = std::time(nullptr);
-    std::tm t{};
-    localtime_r(&now, &t);
-    char name[128];
-    std::snprintf(name, sizeof name, "%s/log_error_%d-%d-%d_%d-%d-%d",
-                  kCard.c_str(), t.tm_year, t.tm_mon, t.tm_mday, t.tm_hour,
-                  t.tm_min, t.tm_sec);
-    return name;
-}
-
-TEST(ClassifiedLog, At4MiBTheFileGoesToTheCardOrIsDropped)
-{
-    make_dirs(kRun);
+    make_dirs(kCard);
     write_text(kError, "x");
-    EXPECT_EQ(save_log_to_nv_storage(0, "/run/none"), -1);
-    EXPECT_EQ(save_log_to_nv_storage(KV_LOG_TYPES, kError.c_str()), -1);
-    EXPECT_EQ(save_log_to_nv_storage(0, kError.c_str()), 0);
+    EXPECT_EQ(save_log_to_nv_storage(0, "/run/none") +
+                  save_log_to_nv_storage(KV_LOG_TYPES, kError.c_str()) +
+                  save_log_to_nv_storage(0, kError.c_str()),
+              -2);
     std::string full(4 << 20, 'x');
     for (size_t i = 0; i < full.size(); i += 4093)
-    {
-        full[i] = static_cast<char>('0' + i % 10);
-    }
-    write_text(kError, full.substr(1));
-    log_call(KV_LOG_ERROR, "kept");
-    EXPECT_TRUE(read_text(kError)->starts_with(full.substr(1)));
-    write_text(kError, full); // without the card the history is dropped
-    log_call(KV_LOG_ERROR, "dropped");
-    EXPECT_EQ(untimed(kError), "T-dropped\n");
-
-    make_dirs(kCard); // an archive of the same second is extended
+        full[i] = '0' + i % 10;
     for (int attempt = 0; attempt < 3; ++attempt)
     {
-        const std::string name = archive_name();
+        const std::time_t now = std::time(nullptr);
+        std::tm t{};
+        localtime_r(&now, &t);
+        char name[128];
+        std::snprintf(name, sizeof name, "%s/log_error_%d-%d-%d_%d-%d-%d",
+                      kCard.c_str(), t.tm_year, t.tm_mon, t.tm_mday, t.tm_hour,
+                      t.tm_min, t.tm_sec);
         write_text(name, "older\n");
         write_text(kError, full);
         EXPECT_EQ(save_log_to_nv_storage(KV_LOG_ERROR, kError.c_str()), 1);
-        if (archive_name() == name)
+        if (now == std::time(nullptr))
         {
             EXPECT_TRUE(read_text(name) == "older\n" + full);
-            return;
+            break;
         }
         std::filesystem::remove(name);
+        EXPECT_LT(attempt, 2) << "the clock never stayed within one second";
     }
-    FAIL() << "the clock never stayed within one second";
+    std::filesystem::remove_all("/media/card");
+    write_text(kError, full.substr(1));
+    log_call(KV_LOG_ERROR, "kept");
+    EXPECT_TRUE(read_text(kError)->starts_with(full.substr(1)));
+    write_text(kError, full);
+    log_call(KV_LOG_ERROR, "dropped");
+    EXPECT_EQ(untimed(kError), "T-dropped\n");
 }

@@ -9,8 +9,6 @@
 
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -21,16 +19,13 @@ int main(int argc, char** argv)
     const char* conf = "/tmp/probe.conf";
     std::FILE* file = std::fopen(conf, "w");
     for (int i = 0; i < 30; ++i)
-    {
         std::fprintf(file, "key_%d=value %d\n", i, i);
-    }
     std::fclose(file);
     std::filesystem::create_directories("/run/BMCInfo/Development/Log/bmc");
     unsetenv("TZ"); // the zone comes from /etc/localtime
-    const uint8_t rec[16] = {0x21, 0x00, 0x02, 0xE1, 0xA2, 0xFF, 0x4E, 0x20,
-                             0x00, 0x04, 0x01, 0x05, 0x01, 0x59, 87,   85};
-    SensorRecord sensor;
-    std::memset(&sensor, 0, sizeof sensor);
+    const uint8_t rec[16] = {0x21, 0, 2, 0xE1, 0xA2, 0xFF, 0x4E, 0x20,
+                             0,    4, 1, 5,    1,    0x59, 87,   85};
+    SensorRecord sensor{};
     std::strcpy(sensor.name, "CPU0 Temp");
     char text[256];
     for (const char* marker : {"prep-", "begin"})
@@ -38,34 +33,22 @@ int main(int argc, char** argv)
         std::fflush(stdout);
         // Fails with EBADF, and shows in the trace as write(-1, "<text>", ...).
         [[maybe_unused]] auto ignored = ::write(-1, marker, 5);
-        const bool counted = marker[0] == 'b';
+        const bool change = marker[0] == 'b' && call == "write_conf_value";
         if (call == "log_call")
-        {
             log_call(KV_LOG_ERROR, "i2c rw data failed bus=%u. %s:%d %s", 3u,
                      "probe", 1, "main");
-        }
         else if (call == "read_conf_value")
-        {
             read_conf_value(conf, "key_20", text);
-        }
         else if (call.starts_with("write_conf_value"))
-        {
-            const bool change = counted && call == "write_conf_value";
             write_conf_value(conf, "key_20", change ? "changed" : "value 20");
-        }
         else if (call == "web_parse_sel_entry_x100")
-        {
             for (int i = 0; i < 100; ++i)
             {
                 text[0] = '\0'; // the text is appended to
                 web_parse_sel_entry(rec, 0, sensor, text);
             }
-        }
         else
-        {
             return 2;
-        }
     }
     [[maybe_unused]] auto ignored = ::write(-1, "end", 3);
-    return 0;
 }

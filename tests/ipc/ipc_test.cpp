@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: Apache-2.0
+// FIFOs, framed records, the two storage channels, lists of byte blobs and
+// the System V segments.
+#include "test_helpers.h"
+
+#include <libkv/ipc.h>
+
+#include <fcntl.h>
+#include <sys/shm.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <cstring>
+
+using namespace kv::test;
+using S = std::string;
+
+// out: payload length, the code in native order, then the payload. A length
+// byte of 0 is what a receive that timed out reports.
+TEST(Fifo, StorageRecords)
+{
+    char out[257];
+    EXPECT_EQ(-2, send_storage_func(1, "x", 1) +
+                      recv_storage_func((uint8_t*)out, 0, 0));
+    make_dirs("/run/fifo");
+    ASSERT_EQ(0, AddQueue("/run/fifo/storage_w", 0) +
+                     AddQueue("/run/fifo/storage_r", 0));
+    // Holding an end keeps a FIFO's buffer alive between calls.
+    const int fd = open("/run/fifo/storage_w", O_RDWR | O_NONBLOCK);
+    const int redfish = open("/run/fifo/storage_r", O_RDWR);
+    EXPECT_EQ(0, send_storage_func(0x01020304, "\xAA\xBB", 2) +
+                     send_storage_func(0xDEADBEEF, nullptr, 0));
+    EXPECT_EQ(-2, send_storage_func(1, nullptr, 1) +
+                      send_storage_func(1, S(252, 0).data(), 252));
+    EXPECT_EQ(12, read(fd, out, 20));
+    EXPECT_EQ(S(out, 12), "\6\4\3\2\1\xAA\xBB\4\xEF\xBE\xAD\xDE");
+    S payload(251, 0);
+    for (int i = 0; i < 251; ++i)
+        payload[i] = i + 1;
+    ASSERT_EQ(0, storage_send_redfish_func(0x11223344, payload.data(), 251) +
+                     send_storage_func(7, "x", 1));
+    EXPECT_EQ(0, redfish_recv_storage_func((uint8_t*)out, 0, 0));
+    EXPECT_EQ(S(out, 256), "\xFB\x44\x33\x22\x11" + payload);
+    EXPECT_EQ(0, recv_storage_func((uint8_t*)out, 0, 0));
+    EXPECT_EQ(S(out, 6), S("\1\7\0\0\0x", 6));
+    ASSERT_EQ(1, write(fd, "", 1));
+    EXPECT_EQ(0, recv_storage_func((uint8_t*)out, 0, 0));
+    EXPECT_EQ(S(out, 257), "\xFC" + S(256, 0));
+    close(fd);
+    close(redfish);
+}
+
+// A queue is made only where the path is free; a record may come in pieces
+// and end of file ends it short.
+TEST(Fifo, QueuesAndRecords)
+{
+    EXPECT_EQ(-1, AddQueue("/run/no-such-dir/fifo", 0));
+    write_text("/run/plain", "x");
+    EXPECT_EQ(0, AddQueue("/run/q", 0) + AddQueue("/run/q", 0) +
+                     AddQueue("/run/plain", 0));
+    struct stat q, plain;
+    EXPECT_TRUE(!stat("/run/q", &q) && S_ISFIFO(q.st_mode) &&
+                !stat("/run/plain", &plain) && S_ISREG(plain.st_mode));
+    const int fd = GetQueue("/run/q", O_RDWR, 0);
+    uint8_t buf[256];
+    unsigned len = 99;
+    EXPECT_EQ(-2, readMsg(fd, buf, &len, 0));
+    EXPECT_EQ(-1, writeMsg(-1, "\3abc", 4));
+    ASSERT_EQ(0, writeMsg(fd, "\3abc", 4));
+    EXPECT_EQ(99u, len);
+    EXPECT_EQ(0, readMsg(fd, buf, &len, 1));
+    EXPECT_EQ("abc", S(buf, buf + len));
+    close(fd);
+
+    int ends[2], got = 0;
+    char text[16] = {};
+    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends));
+    ASSERT_EQ(3, write(ends[1], "abc", 3));
+    ASSERT_EQ(4, write(ends[1], "defg", 4));
+    close(ends[1]);
+    EXPECT_EQ(0, get_from_q(text, 9, ends[0], &got));
+    EXPECT_EQ(S(text) + S(got, '.'), "abcdefg.......");
+    close(ends[0]);
+}
+
+// Nodes keep private copies in order; the sanitizer build reports anything
+// ClearList leaves behind.
+TEST(List, PrivateCopiesInOrder)
+{
+    EXPECT_EQ(nullptr, CreateList(0, nullptr, 4));
+    EXPECT_EQ(nullptr, InsertLastList(nullptr, "a", 1));
+    char first[] = "first";
+    ListNode* list = CreateList(0, first, 5);
+    first[0] = 'X';
+    EXPECT_EQ(nullptr, InsertLastList(list, nullptr, 3));
+    ListNode* last = list;
+    for (const S text : {"second", "", "fourth", "fifth"})
+        last = InsertLastList(last, text.data(), text.size());
+    for (const S text : {"first", "second", "", "fourth"})
+    {
+        ListNode* head = GetHeadList(&list);
+        ASSERT_NE(nullptr, head);
+        EXPECT_EQ(text, S((char*)head->data, head->size));
+        EXPECT_EQ(nullptr, head->next);
+        std::free(head->data);
+        std::free(head);
+    }
+    ClearList(&list);
+    EXPECT_EQ(nullptr, list);
+    EXPECT_EQ(nullptr, GetHeadList(&list));
+    ClearList(&list);
+}
+
+// The checks run in forked children, so that this process never caches an
+// address from an earlier test's IPC namespace.
+void in_child(const std::function<void()>& body)
+{
+    EXPECT_EQ(0, exit_status_of([&] {
+                  body();
+                  return int(testing::Test::HasFailure());
+              }));
+}
+
+TEST(SharedMemory, Segments)
+{
+    EXPECT_EQ(nullptr, get_share_mem());
+    in_child([] {
+        EXPECT_EQ(nullptr, get_share_mem());
+        auto* segment = (char*)get_shm_address();
+        EXPECT_TRUE(segment && segment == init_shm() &&
+                    segment == get_share_mem());
+        EXPECT_TRUE(init_raid_shm() && init_raid_shm() == init_raid_shm());
+        EXPECT_TRUE(init_ai_card_shm() &&
+                    init_ai_card_shm() == init_ai_card_shm());
+        segment[0xC00000 - 1] = 'm';
+    });
+    in_child([] {
+        auto *sel = (char*)init_sel_shm(), *again = (char*)init_sel_shm();
+        EXPECT_NE(sel, again); // attached anew on every call
+        sel[0xC00000 - 1] = 's';
+        EXPECT_EQ('s', again[0xC00000 - 1]);
+        EXPECT_EQ('m', ((char*)init_shm())[0xC00000 - 1]);
+    });
+    for (auto [key, size] : {std::pair{0x1314500, 0xC00000},
+                             {0x1234500, 0xC00000},
+                             {0x1314501, 0x300000},
+                             {0x1314502, 4096}})
+    {
+        shmid_ds info{};
+        EXPECT_EQ(0, shmctl(shmget(key, 0, 0), IPC_STAT, &info)) << key;
+        EXPECT_EQ(size_t(size), info.shm_segsz);
+        EXPECT_EQ(0777, info.shm_perm.mode & 0777);
+    }
+}
+
+// A smaller segment under the platform key makes the 12 MiB request fail;
+// the next call tries again.
+TEST(SharedMemory, FailedAttachRetried)
+{
+    const int blocker = shmget(0x1314500, 16, IPC_CREAT | 0600);
+    in_child([blocker] {
+        EXPECT_EQ(nullptr, init_shm());
+        EXPECT_EQ(nullptr, get_share_mem());
+        shmctl(blocker, IPC_RMID, nullptr);
+        EXPECT_NE(nullptr, init_shm());
+    });
+}

@@ -288,7 +288,7 @@ TEST(RealAgent, AnswersOnThePortWithTheCommunityAndVersionsTheLibraryWrote)
                          "100); do grep -qs NET-SNMP /tmp/log && break; sleep "
                          "0.1; done; for v in 1 2c; do " KV_SNMPGET " -v$v -c "
                          "kv-s3cret -t 1 -r 1 -m '' -Ov 127.0.0.1:16161 "
-                         ".1.3.6.1.2.1.1.1.0 2>&1; done; kill $!")
+                         ".1.3.6.1.2.1.1.1.0 2>&1; done; kill $!; wait $!")
             .output;
     };
     write_text(kConf, kBaseConf);

@@ -240,16 +240,11 @@ TEST(HostileText, EveryConsumerReadsBackWhatTheLibraryTook)
     // Every character snmpd's reader could misread but takes as it is.
     write_text(kSnmpd, snmpd);
     ASSERT_EQ(0, snmp_community_set("x#$(id);=,"));
-    EXPECT_EQ(
-        "STRING: \"hostile\"\n",
-        run_shell(
-            "(" KV_SNMPD " -f -C -c /etc/snmp/snmpd.conf -Lf "
-            "/tmp/snmpd.log & for i in $(seq 100); do grep -qs "
-            "NET-SNMP /tmp/snmpd.log && break; sleep 0.1; done; " KV_SNMPGET
-            " -v2c -c 'x#$(id);=,' -t 1 -r 1 -m '' -Ov "
-            "127.0.0.1:16161 .1.3.6.1.2.1.1.1.0; kill $!; wait $!) "
-            "2>&1")
-            .output);
+    EXPECT_EQ("STRING: \"hostile\"\n",
+              kv::test::beside_snmpd(KV_SNMPGET
+                                     " -v2c -c 'x#$(id);=,' -t 1 -r 1 "
+                                     "-m '' -Ov 127.0.0.1:16161 "
+                                     ".1.3.6.1.2.1.1.1.0"));
 }
 
 // A FRU text field holds at most 63 bytes; a longer value leaves it alone.

@@ -283,13 +283,9 @@ TEST_F(Svc, StatusActionsEditTheSwitchAndStartSystemctl)
 TEST(RealAgent, AnswersOnThePortWithTheCommunityAndVersionsTheLibraryWrote)
 {
     const auto ask = [] {
-        return run_shell("rm -f /tmp/log; " KV_SNMPD " -f -C -c "
-                         "/etc/snmp/snmpd.conf -Lf /tmp/log & for i in $(seq "
-                         "100); do grep -qs NET-SNMP /tmp/log && break; sleep "
-                         "0.1; done; for v in 1 2c; do " KV_SNMPGET " -v$v -c "
-                         "kv-s3cret -t 1 -r 1 -m '' -Ov 127.0.0.1:16161 "
-                         ".1.3.6.1.2.1.1.1.0 2>&1; done; kill $!; wait $!")
-            .output;
+        return kv::test::beside_snmpd(
+            "for v in 1 2c; do " KV_SNMPGET " -v$v -c kv-s3cret -t 1 -r 1 "
+            "-m '' -Ov 127.0.0.1:16161 .1.3.6.1.2.1.1.1.0; done");
     };
     write_text(kConf, kBaseConf);
     ASSERT_EQ(0, snmp_service_port_set(16161));

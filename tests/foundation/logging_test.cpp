@@ -3,8 +3,6 @@
 // that end the process and the classified log with its 4 MiB archive step.
 #include "foundation_test.h"
 
-#include <ctime>
-
 const std::string kRun = "/run/BMCInfo/Development/Log/bmc";
 const std::string kVar = "/var/BMCInfo/Development/Log/bmc";
 const std::string kCard = "/media/card/BMCInfo/Development/Log/bmc";
@@ -24,18 +22,17 @@ TEST(Trace, Records)
     veldmarke_log("user %s refused", "bob");
     veldmarke_log("ends in newline\n");
     veldmarke_log("%s", std::string(2000, 'a').c_str());
-    plog("lock %s", "taken");
-    plog("%s|", std::string(3000, 'b').c_str());
+    plog("lock %s|", std::string(3000, 'b').c_str());
     const std::string p = "[" + std::to_string(getpid()) + "] T ";
     EXPECT_EQ(untimed("/tmp/log"), p + "user bob refused\n" + p +
                                        "ends in newline\n\n" + p +
                                        std::string(1023, 'a') + "\n");
     EXPECT_EQ(read_text("/tmp/log-bmc"),
-              "lock taken" + std::string(3000, 'b') + "|");
+              "lock " + std::string(3000, 'b') + "|");
     unlink("/tmp/log");
 
     EXPECT_EQ(half(8) + _kv_real_assert(5u, "x", "f.cpp", 1, "fn"), 9);
-    EXPECT_FALSE(read_text("/tmp/log")) << "a passing check logged";
+    EXPECT_FALSE(read_text("/tmp/log")); // a passing check logs nothing
     _kv_warn("%s|\n", std::string(3000, 'w').c_str());
     _kv_warn_return_if_fail("f", "x > 0", "/a/b/common", 12);
     _kv_warn_message("%s:%d %s/%s\n", "one", "two", "/src/access/common", 40);
@@ -56,13 +53,10 @@ TEST(Trace, FailedAssertions)
                 testing::ExitedWithCode(1), "");
     EXPECT_EXIT(_kv_real_assert_not_reached("fn", "/x/y.cpp", 9),
                 testing::ExitedWithCode(1), "");
-    const std::string log = untimed("/tmp/log");
-    EXPECT_THAT(log, HasSubstr("]: assertion failed \"a == b\" file "
-                               "\"/x/y.cpp\" line 7 function fn"));
-    EXPECT_THAT(log, HasSubstr("]: File \"/x/y.cpp\" line 9 should not have "
-                               "been reached: fn"));
-    EXPECT_THAT(log,
-                testing::ContainsRegex("\\] T   [^ ]*libkv\\.so[^\n]*\n\n"));
+    EXPECT_THAT(
+        untimed("/tmp/log"),
+        testing::ContainsRegex("\"a == b\".* 7 function fn.* 9 .*: "
+                               "fn.*\\] T   [^ ]*libkv\\.so[^\n]*\n\n"));
 }
 
 // No path through log_call may change the caller's errno: the missing
@@ -83,19 +77,16 @@ TEST(ClassifiedLog, Lines)
     unlink("/tmp/debug.log");
     log_call(KV_LOG_DEBUG, "hidden again");
     log_call(KV_LOG_ACTION, "%s", std::string(1500, 'c').c_str());
-    for (int type : {int(KV_LOG_TYPES), -1})
-        EXPECT_THAT(stdout_of([&] { EXPECT_EQ(log_call(type, "x"), -1); }),
-                    HasSubstr("invalid"));
+    stdout_of(
+        [] { EXPECT_EQ(log_call(KV_LOG_TYPES, "x") + log_call(-1, "x"), -2); });
     EXPECT_EQ(untimed(kError), "T-bus=3 i2c:12\n");
     EXPECT_EQ(untimed(kRun + "/log_debug"), "T-shown\n");
     EXPECT_EQ(untimed(kVar + "/log_action"),
               "T-" + std::string(1023, 'c') + "\n");
-    EXPECT_EQ(names_in(kRun).size() + names_in(kVar).size(), 3u);
 }
 
 // At 4 MiB the file goes to the card, or is dropped without one; an
-// archive, named by the raw tm fields of the local time, of the same second
-// is extended.
+// archive of the same second is extended.
 TEST(ClassifiedLog, Archive)
 {
     make_dirs(kCard);
@@ -104,29 +95,18 @@ TEST(ClassifiedLog, Archive)
                   save_log_to_nv_storage(KV_LOG_TYPES, kError.c_str()) +
                   save_log_to_nv_storage(0, kError.c_str()),
               -2);
-    std::string full(4 << 20, 'x');
+    std::string full(4 << 20, 'x'), archived;
     for (size_t i = 0; i < full.size(); i += 4093)
         full[i] = '0' + i % 10;
-    for (int attempt = 0; attempt < 3; ++attempt)
+    for (int i = 0; i < 2; ++i)
     {
-        const std::time_t now = std::time(nullptr);
-        std::tm t{};
-        localtime_r(&now, &t);
-        char name[128];
-        std::snprintf(name, sizeof name, "%s/log_error_%d-%d-%d_%d-%d-%d",
-                      kCard.c_str(), t.tm_year, t.tm_mon, t.tm_mday, t.tm_hour,
-                      t.tm_min, t.tm_sec);
-        write_text(name, "older\n");
         write_text(kError, full);
         EXPECT_EQ(save_log_to_nv_storage(KV_LOG_ERROR, kError.c_str()), 1);
-        if (now == std::time(nullptr))
-        {
-            EXPECT_TRUE(read_text(name) == "older\n" + full);
-            break;
-        }
-        std::filesystem::remove(name);
-        EXPECT_LT(attempt, 2) << "the clock never stayed within one second";
     }
+    for (const auto& name : names_in(kCard))
+        archived += read_text(kCard + "/" + name).value_or(name);
+    EXPECT_TRUE(archived == full + full);
+    EXPECT_TRUE(names_in(kCard)[0].starts_with("log_error_"));
     std::filesystem::remove_all("/media/card");
     write_text(kError, full.substr(1));
     log_call(KV_LOG_ERROR, "kept");

@@ -10,8 +10,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 
-#include <cstring>
-
 using namespace kv::test;
 using S = std::string;
 
@@ -19,9 +17,9 @@ using S = std::string;
 // byte of 0 is what a receive that timed out reports.
 TEST(Fifo, StorageRecords)
 {
-    char out[257];
-    EXPECT_EQ(-2, send_storage_func(1, "x", 1) +
-                      recv_storage_func((uint8_t*)out, 0, 0));
+    uint8_t out[257];
+    const auto got = [&](size_t n) { return S((char*)out, n); };
+    EXPECT_EQ(-2, send_storage_func(1, "x", 1) + recv_storage_func(out, 0, 0));
     make_dirs("/run/fifo");
     ASSERT_EQ(0, AddQueue("/run/fifo/storage_w", 0) +
                      AddQueue("/run/fifo/storage_r", 0));
@@ -33,19 +31,17 @@ TEST(Fifo, StorageRecords)
     EXPECT_EQ(-2, send_storage_func(1, nullptr, 1) +
                       send_storage_func(1, S(252, 0).data(), 252));
     EXPECT_EQ(12, read(fd, out, 20));
-    EXPECT_EQ(S(out, 12), "\6\4\3\2\1\xAA\xBB\4\xEF\xBE\xAD\xDE");
-    S payload(251, 0);
-    for (int i = 0; i < 251; ++i)
-        payload[i] = i + 1;
+    EXPECT_EQ(got(12), "\6\4\3\2\1\xAA\xBB\4\xEF\xBE\xAD\xDE");
+    const S payload(251, 'p');
     ASSERT_EQ(0, storage_send_redfish_func(0x11223344, payload.data(), 251) +
-                     send_storage_func(7, "x", 1));
-    EXPECT_EQ(0, redfish_recv_storage_func((uint8_t*)out, 0, 0));
-    EXPECT_EQ(S(out, 256), "\xFB\x44\x33\x22\x11" + payload);
-    EXPECT_EQ(0, recv_storage_func((uint8_t*)out, 0, 0));
-    EXPECT_EQ(S(out, 6), S("\1\7\0\0\0x", 6));
+                     send_storage_func(7, "x", 1) +
+                     redfish_recv_storage_func(out, 0, 0));
+    EXPECT_EQ(got(256), "\xFB\x44\x33\x22\x11" + payload);
+    EXPECT_EQ(0, recv_storage_func(out, 0, 0));
+    EXPECT_EQ(got(6), S("\1\7\0\0\0x", 6));
     ASSERT_EQ(1, write(fd, "", 1));
-    EXPECT_EQ(0, recv_storage_func((uint8_t*)out, 0, 0));
-    EXPECT_EQ(S(out, 257), "\xFC" + S(256, 0));
+    EXPECT_EQ(0, recv_storage_func(out, 0, 0));
+    EXPECT_EQ(got(257), "\xFC" + S(256, 0));
     close(fd);
     close(redfish);
 }
@@ -63,23 +59,19 @@ TEST(Fifo, QueuesAndRecords)
                 !stat("/run/plain", &plain) && S_ISREG(plain.st_mode));
     const int fd = GetQueue("/run/q", O_RDWR, 0);
     uint8_t buf[256];
-    unsigned len = 99;
-    EXPECT_EQ(-2, readMsg(fd, buf, &len, 0));
-    EXPECT_EQ(-1, writeMsg(-1, "\3abc", 4));
-    ASSERT_EQ(0, writeMsg(fd, "\3abc", 4));
-    EXPECT_EQ(99u, len);
-    EXPECT_EQ(0, readMsg(fd, buf, &len, 1));
+    unsigned len = 0;
+    EXPECT_EQ(-3, readMsg(fd, buf, &len, 0) + writeMsg(-1, "\3abc", 4));
+    ASSERT_EQ(0, writeMsg(fd, "\3abc", 4) + readMsg(fd, buf, &len, 1));
     EXPECT_EQ("abc", S(buf, buf + len));
     close(fd);
 
-    int ends[2], got = 0;
+    int ends[2], n = 0;
     char text[16] = {};
     ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends));
-    ASSERT_EQ(3, write(ends[1], "abc", 3));
-    ASSERT_EQ(4, write(ends[1], "defg", 4));
+    ASSERT_EQ(7, write(ends[1], "abc", 3) + write(ends[1], "defg", 4));
     close(ends[1]);
-    EXPECT_EQ(0, get_from_q(text, 9, ends[0], &got));
-    EXPECT_EQ(S(text) + S(got, '.'), "abcdefg.......");
+    EXPECT_EQ(0, get_from_q(text, 9, ends[0], &n));
+    EXPECT_EQ(S(text) + S(n, '.'), "abcdefg.......");
     close(ends[0]);
 }
 
@@ -99,14 +91,13 @@ TEST(List, PrivateCopiesInOrder)
     for (const S text : {"first", "second", "", "fourth"})
     {
         ListNode* head = GetHeadList(&list);
-        ASSERT_NE(nullptr, head);
+        ASSERT_TRUE(head);
         EXPECT_EQ(text, S((char*)head->data, head->size));
         EXPECT_EQ(nullptr, head->next);
         std::free(head->data);
         std::free(head);
     }
     ClearList(&list);
-    EXPECT_EQ(nullptr, list);
     EXPECT_EQ(nullptr, GetHeadList(&list));
     ClearList(&list);
 }

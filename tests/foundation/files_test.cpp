@@ -15,11 +15,11 @@ TEST(Files, Copy)
             HasSubstr("[/tmp/from]"));
         write_text("/tmp/from", "");
     }
-    std::string content(10000, '\0');
+    S content(10000, '\0');
     for (size_t i = 0; i < content.size(); ++i)
         content[i] = i * 7;
     write_text("/tmp/from", content);
-    write_text("/tmp/to", std::string(20000, 'x'));
+    write_text("/tmp/to", S(20000, 'x'));
     EXPECT_EQ(copy_file_func("/tmp/from", "/tmp/to"), 0);
     EXPECT_EQ(read_text("/tmp/to"), content);
     EXPECT_EQ(get_file_size("/tmp/to") + get_file_size(kNo), 10000);
@@ -34,16 +34,16 @@ TEST(Files, SelLogRollover)
     make_dirs("/media/card/sellog");
     const char* log = "/tmp/sel.log";
     write_text(log, "first event\n");
-    std::filesystem::resize_file(log, 8388607);
+    fs::resize_file(log, 8388607);
     EXPECT_EQ(check_file_size(log, 1700000000), 1);
-    std::filesystem::resize_file(log, 8388608);
+    fs::resize_file(log, 8388608);
     const auto whole = read_text(log);
     EXPECT_EQ(check_file_size(log, 1700000000), 0);
     EXPECT_FALSE(file_existed(log));
     EXPECT_EQ(whole, read_text("/media/card/sellog/sel-20231114221320.log"));
     write_text(log, "next event\n");
-    std::filesystem::resize_file(log, 8388608);
-    std::filesystem::remove_all("/media/card");
+    fs::resize_file(log, 8388608);
+    fs::remove_all("/media/card");
     EXPECT_EQ(check_file_size(log, 1700000000), 0);
     EXPECT_EQ(get_file_size(log), 8388608);
 }
@@ -87,10 +87,9 @@ TEST(Files, DirectoriesAndPaths)
     EXPECT_EQ(get_file_name("/tmp/scan", "mon", out), 0);
     EXPECT_STREQ(out, "hwmon3");
     EXPECT_EQ(path_create("/tmp/d") + path_create("/tmp/d"), 0);
-    EXPECT_TRUE(std::filesystem::is_directory("/tmp/d"));
+    EXPECT_TRUE(fs::is_directory("/tmp/d"));
     EXPECT_EQ(path_create("/tmp/a/b"), -1); // parents are not made
-    EXPECT_EQ(file_name_get("plain") + std::string(file_name_get(nullptr)),
-              "plain");
+    EXPECT_EQ(file_name_get("plain") + S(file_name_get(nullptr)), "plain");
     EXPECT_EQ(file_path_get("/etc/default/obmc", buf, sizeof buf), buf + 13);
     EXPECT_STREQ(buf, "/etc/default/ob");
     EXPECT_STREQ(file_path_get("abc", buf, 0), "");
@@ -99,11 +98,10 @@ TEST(Files, DirectoriesAndPaths)
 // A value is the first line by atoi rules; 255 characters of a line count.
 TEST(Files, Values)
 {
-    const std::pair<std::string, int> cases[] = {
-        {"  -17 apples\n99\n", -17},
-        {"abc", 0},
-        {std::string(254, '0') + "7\n", 7},
-        {std::string(255, '0') + "7\n", 0}};
+    const std::pair<S, int> cases[] = {{"  -17 apples\n99\n", -17},
+                                       {"abc", 0},
+                                       {S(254, '0') + "7\n", 7},
+                                       {S(255, '0') + "7\n", 0}};
     int read = 5;
     for (const auto& [text, value] : cases)
     {
@@ -123,7 +121,7 @@ TEST(Files, Values)
 // Each writer twice over a longer file: truncating ones leave one copy.
 TEST(Files, Writers)
 {
-    const std::tuple<int (*)(const char*), int, int, std::string> writers[] = {
+    const std::tuple<int (*)(const char*), int, int, S> writers[] = {
         {[](auto p) { return write_file_value(p, -42); }, 0, -1, "-42"},
         {[](auto p) { return writeFile(p, "on"); }, 0, -1, "on"},
         {[](auto p) { return write_file_str_truncate(p, "hi\n"); }, 3, -1,
@@ -167,7 +165,7 @@ TEST(Files, ReadStr)
 // Appends, drops one final newline and never writes past the size.
 TEST(Files, ReadAll)
 {
-    const std::string line(600, 'L');
+    const S line(600, 'L');
     write_text("/tmp/all", "a\n" + line + "\nb\n\n");
     char buf[1024] = "pre:", full[4] = {'a', 'b', 'c', 'd'};
     EXPECT_EQ(read_all_file("/tmp/all", buf, sizeof buf), 0);
@@ -176,8 +174,8 @@ TEST(Files, ReadAll)
     std::memset(buf, '#', sizeof buf);
     std::strcpy(buf, "ab");
     EXPECT_EQ(read_all_file("/tmp/all", buf, 10), 0);
-    EXPECT_EQ(std::string(buf, 12), "aba\nLLLLL\0##"s);
+    EXPECT_EQ(S(buf, 12), "aba\nLLLLL\0##"s);
     // No room even for a terminator.
     EXPECT_EQ(read_all_file("/tmp/all", full, sizeof full), -1);
-    EXPECT_EQ(std::string(full, 4), "abcd");
+    EXPECT_EQ(S(full, 4), "abcd");
 }

@@ -18,9 +18,11 @@
 using namespace kv::test;
 using namespace std::string_literals;
 using testing::HasSubstr;
+using S = std::string;
+namespace fs = std::filesystem;
 
 // A file's text with every trace stamp and ctime stamp replaced by "T".
-inline std::string untimed(const std::string& path)
+inline S untimed(const S& path)
 {
     static const std::regex stamp(
         R"([0-9-]{8} [0-9:]{8}|\w{3} \w{3} [ \d]\d [\d:]{8} \d{4})");

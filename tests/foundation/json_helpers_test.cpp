@@ -6,8 +6,6 @@
 #include <cmath>
 #include <memory>
 
-using S = std::string;
-
 using Tree =
     std::unique_ptr<cJSON, decltype([](cJSON* t) { cJSON_Delete(t); })>;
 
@@ -33,7 +31,7 @@ double as(const cJSON* node, int kind, size_t size = 16)
     std::memset(out.text, 0x5A, 17);
     const int rc = cjson_data_get(node, kind, &out, size);
     const size_t used = rc ? 0 : std::min<size_t>(size, 16);
-    EXPECT_EQ(std::string(out.text + used, 17 - used), S(17 - used, 0x5A));
+    EXPECT_EQ(S(out.text + used, 17 - used), S(17 - used, 0x5A));
     const double values[] = {double(out.u8),
                              double(out.i16),
                              double(out.i32),
@@ -117,10 +115,11 @@ TEST(Json, Files)
     ASSERT_EQ(0, cjson_file_write(tree.get(), "/tmp/out/board.json"));
     const Tree back(prepare_parse_json("/tmp/out/board.json"));
     EXPECT_TRUE(cJSON_Compare(tree.get(), back.get(), true));
-    const std::string bystander = "/tmp/out/" + std::string(118, 'n');
-    const std::string cut = bystander + ".json";
+    const S bystander = "/tmp/out/" + S(118, 'n');
+    const S cut = bystander + ".json";
     write_text(bystander, "bystander");
-    for (const char* path : {"/tmp/out/no/dir.json", cut.c_str(), (char*)0})
+    for (const char* path :
+         {"/tmp/out/no/dir.json", cut.c_str(), (const char*)0})
         EXPECT_EQ(-1, cjson_file_write(tree.get(), path));
     EXPECT_EQ("bystander", read_text(bystander));
     EXPECT_EQ(names_in("/tmp/out").size(), 2u);

@@ -7,9 +7,9 @@ const char* const kConf = "/tmp/cfg/net.conf";
 const char* const kOem = "/etc/default/obmc/hwmon/oem.conf";
 
 // Whether `path` is alone in its folder: no scratch file left.
-bool alone(const std::string& path)
+bool alone(const S& path)
 {
-    const std::filesystem::path p(path);
+    const fs::path p(path);
     return names_in(p.parent_path()) == std::vector{p.filename().string()};
 }
 
@@ -20,13 +20,11 @@ TEST(KvFile, Read)
 {
     write_text(kConf, " key = v 1 \r\na=b=c\nempty=\nP=2\npx=3\n\tp=4\np\np=5\n"
                       "p=6\nh: bmc:623\nlong=" +
-                          std::string(250, 'v') +
-                          "tail=end\nbig=" + std::string(200, 'z') + "\n");
-    const std::tuple<const char*, char, std::string> cases[] = {
-        {"key", '=', "v 1"},   {"a", '=', "b=c"},
-        {"empty", '=', ""},    {"p", '=', "5"},
-        {"h", ':', "bmc:623"}, {"tail", '=', "end"},
-        {"k", '=', "-"},       {"long", '=', std::string(250, 'v')}};
+                          S(250, 'v') + "tail=end\nbig=" + S(200, 'z') + "\n");
+    const std::tuple<const char*, char, S> cases[] = {
+        {"key", '=', "v 1"}, {"a", '=', "b=c"},         {"empty", '=', ""},
+        {"p", '=', "5"},     {"h", ':', "bmc:623"},     {"tail", '=', "end"},
+        {"k", '=', "-"},     {"long", '=', S(250, 'v')}};
     char got[256];
     for (const auto& [key, sep, value] : cases)
         EXPECT_EQ(read_conf_value_safe(kConf, key, got, 256, sep) ? "-" : got,
@@ -34,7 +32,7 @@ TEST(KvFile, Read)
             << key;
     std::memset(got, 'X', sizeof got);
     ASSERT_EQ(0, read_conf_value(kConf, "big", got));
-    EXPECT_EQ(std::string(got, 129), std::string(127, 'z') + '\0' + 'X');
+    EXPECT_EQ(S(got, 129), S(127, 'z') + '\0' + 'X');
     ASSERT_EQ(0, read_conf_value_safe(kConf, "big", got, 4, '='));
     EXPECT_STREQ("zzz", got);
     EXPECT_EQ(-3, read_conf_value("/tmp/none", "k", got) +
@@ -48,7 +46,7 @@ TEST(KvFile, Read)
                   get_valid_string(sp),
               0);
     EXPECT_EQ(text + "|"s + tab + sp, "a b|\tx");
-    std::string comments;
+    S comments;
     for (auto line : {"#c", "  # c", "\t#c", "k=#v", "", "  "})
         comments += std::to_string(check_comment_line(line));
     EXPECT_EQ(comments, "110000");
@@ -60,14 +58,13 @@ TEST(KvFile, Read)
 // count in 255-character pieces, as for the reader.
 TEST(KvFile, WriteAndDelete)
 {
-    const std::string x(255, 'x');
-    const std::tuple<std::string, const char*, const char*, std::string>
-        edits[] = {
-            {"#\nip = 1 \nno separator\nip=9\n", "ip", "2",
-             "#\nip=2\nno separator\nip=9\n"},
-            {"last=1", "next", "2", "last=1\nnext=2\n"},
-            {x + "ip=2\nip=3\n", "ip", nullptr, x},
-            {"d=1\n d = 2\no=x\n#d=3\nd=4", "d", nullptr, "o=x\n#d=3\n"}};
+    const S x(255, 'x');
+    const std::tuple<S, const char*, const char*, S> edits[] = {
+        {"#\nip = 1 \nno separator\nip=9\n", "ip", "2",
+         "#\nip=2\nno separator\nip=9\n"},
+        {"last=1", "next", "2", "last=1\nnext=2\n"},
+        {x + "ip=2\nip=3\n", "ip", nullptr, x},
+        {"d=1\n d = 2\no=x\n#d=3\nd=4", "d", nullptr, "o=x\n#d=3\n"}};
     for (const auto& [before, key, value, after] : edits)
     {
         write_text(kConf, before);
@@ -76,12 +73,12 @@ TEST(KvFile, WriteAndDelete)
         EXPECT_EQ(after, read_text(kConf)) << key;
         EXPECT_TRUE(alone(kConf));
     }
-    std::filesystem::remove(kConf);
+    fs::remove(kConf);
     EXPECT_EQ(0, write_conf_value(kConf, "dhcp", "on") +
                      write_conf_value_safe(kConf, "mtu", "1500", ':'));
     EXPECT_EQ("dhcp=on\nmtu:1500\n", read_text(kConf));
     // A file far larger than one read comes through whole.
-    std::string large;
+    S large;
     for (int i = 0; i < 5000; ++i)
         large += "key" + std::to_string(i) + "=value\n";
     write_text(kConf, large);
@@ -109,7 +106,7 @@ TEST(KvFile, ReplacementKeepsTheMode)
     EXPECT_EQ(-3, write_conf_value(kConf, nullptr, "v") +
                       delete_conf_value_safe(kConf, nullptr, '=') +
                       write_conf_value("/tmp/cfg/no/x.conf", "k", "v"));
-    std::filesystem::remove(kConf);
+    fs::remove(kConf);
     make_dirs("/tmp/cfg/net.conf/in"); // no rename over a directory
     EXPECT_EQ(-ENOENT, write_conf_value(kConf, "k", "v"));
     EXPECT_TRUE(alone(kConf));
@@ -119,12 +116,11 @@ TEST(KvFile, ReplacementKeepsTheMode)
 // the rewrite drops the file's last byte.
 TEST(KvFile, ReplaceFileValue)
 {
-    const std::string big(5000, 'L');
-    const std::string cases[][4] = {
-        {"a a a\n", "b", "a", "b a a"},
-        {"h OLD t\n", big, "OLD", "h " + big + " t"},
-        {"h " + big + " t\n", "", big, "h  t"},
-        {"x=1\n", "2", "9", "x=1\n"}};
+    const S big(5000, 'L');
+    const S cases[][4] = {{"a a a\n", "b", "a", "b a a"},
+                          {"h OLD t\n", big, "OLD", "h " + big + " t"},
+                          {"h " + big + " t\n", "", big, "h  t"},
+                          {"x=1\n", "2", "9", "x=1\n"}};
     for (const auto& [before, to, from, after] : cases)
     {
         write_text(kConf, before);
@@ -146,8 +142,8 @@ TEST(KvFile, OemThreshold)
     write_text("/tmp/bystander", "b\n");
     make_dirs("/etc/default/obmc/hwmon");
     symlink("/tmp/bystander", (kOem + "back"s).c_str());
-    const std::string head = "CRITHI_3=1\ncpu\nWARNHI_3=8\nCRITHI_4=1\n",
-                      tail = "\nCRITHI_3=9\nmem\nCRITHI_3=9\n";
+    const S head = "CRITHI_3=1\ncpu\nWARNHI_3=8\nCRITHI_4=1\n",
+            tail = "\nCRITHI_3=9\nmem\nCRITHI_3=9\n";
     write_text(kOem, head + "CRITHI_3=9" + tail);
     chmod(kOem, 0640);
     EXPECT_EQ(0, write_to_oem_conf(3, "cpu", KV_THRESHOLD_CRIT_HIGH, -5));
@@ -155,7 +151,7 @@ TEST(KvFile, OemThreshold)
     EXPECT_EQ(0640u, mode_of(kOem));
     EXPECT_TRUE(alone(kOem));
     EXPECT_EQ("b\n", read_text("/tmp/bystander"));
-    std::filesystem::remove(kOem);
+    fs::remove(kOem);
     EXPECT_EQ(0, write_to_oem_conf(3, "cpu", KV_THRESHOLD_CRIT_HIGH, 1));
     EXPECT_FALSE(read_text(kOem));
 }

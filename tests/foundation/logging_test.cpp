@@ -3,10 +3,10 @@
 // that end the process and the classified log with its 4 MiB archive step.
 #include "foundation_test.h"
 
-const std::string kRun = "/run/BMCInfo/Development/Log/bmc";
-const std::string kVar = "/var/BMCInfo/Development/Log/bmc";
-const std::string kCard = "/media/card/BMCInfo/Development/Log/bmc";
-const std::string kError = kRun + "/log_error";
+const S kRun = "/run/BMCInfo/Development/Log/bmc";
+const S kVar = "/var/BMCInfo/Development/Log/bmc";
+const S kCard = "/media/card/BMCInfo/Development/Log/bmc";
+const S kError = kRun + "/log_error";
 
 const int kGuardLine = __LINE__ + 3;
 int half(int n)
@@ -21,25 +21,24 @@ TEST(Trace, Records)
 {
     veldmarke_log("user %s refused", "bob");
     veldmarke_log("ends in newline\n");
-    veldmarke_log("%s", std::string(2000, 'a').c_str());
-    plog("lock %s|", std::string(3000, 'b').c_str());
-    const std::string p = "[" + std::to_string(getpid()) + "] T ";
+    veldmarke_log("%s", S(2000, 'a').c_str());
+    plog("lock %s|", S(3000, 'b').c_str());
+    const S p = "[" + std::to_string(getpid()) + "] T ";
     EXPECT_EQ(untimed("/tmp/log"), p + "user bob refused\n" + p +
                                        "ends in newline\n\n" + p +
-                                       std::string(1023, 'a') + "\n");
-    EXPECT_EQ(read_text("/tmp/log-bmc"),
-              "lock " + std::string(3000, 'b') + "|");
+                                       S(1023, 'a') + "\n");
+    EXPECT_EQ(read_text("/tmp/log-bmc"), "lock " + S(3000, 'b') + "|");
     unlink("/tmp/log");
 
     EXPECT_EQ(half(8) + _kv_real_assert(5u, "x", "f.cpp", 1, "fn"), 9);
     EXPECT_FALSE(read_text("/tmp/log")); // a passing check logs nothing
-    _kv_warn("%s|\n", std::string(3000, 'w').c_str());
+    _kv_warn("%s|\n", S(3000, 'w').c_str());
     _kv_warn_return_if_fail("f", "x > 0", "/a/b/common", 12);
     _kv_warn_message("%s:%d %s/%s\n", "one", "two", "/src/access/common", 40);
     EXPECT_EQ(half(7), -1);
-    const std::string l = "libkv[" + std::to_string(getpid()) + "][T]: ";
+    const S l = "libkv[" + std::to_string(getpid()) + "][T]: ";
     EXPECT_EQ(untimed("/tmp/log"),
-              l + std::string(3000, 'w') + "|\n" + l +
+              l + S(3000, 'w') + "|\n" + l +
                   "[common(12)] f expression \"x > 0\" failed.\n" + l +
                   "common:40 one/two\n" + l + "[logging_test.cpp(" +
                   std::to_string(kGuardLine) +
@@ -76,13 +75,12 @@ TEST(ClassifiedLog, Lines)
     log_call(KV_LOG_DEBUG, "shown");
     unlink("/tmp/debug.log");
     log_call(KV_LOG_DEBUG, "hidden again");
-    log_call(KV_LOG_ACTION, "%s", std::string(1500, 'c').c_str());
+    log_call(KV_LOG_ACTION, "%s", S(1500, 'c').c_str());
     stdout_of(
         [] { EXPECT_EQ(log_call(KV_LOG_TYPES, "x") + log_call(-1, "x"), -2); });
     EXPECT_EQ(untimed(kError), "T-bus=3 i2c:12\n");
     EXPECT_EQ(untimed(kRun + "/log_debug"), "T-shown\n");
-    EXPECT_EQ(untimed(kVar + "/log_action"),
-              "T-" + std::string(1023, 'c') + "\n");
+    EXPECT_EQ(untimed(kVar + "/log_action"), "T-" + S(1023, 'c') + "\n");
 }
 
 // At 4 MiB the file goes to the card, or is dropped without one; an
@@ -95,7 +93,7 @@ TEST(ClassifiedLog, Archive)
                   save_log_to_nv_storage(KV_LOG_TYPES, kError.c_str()) +
                   save_log_to_nv_storage(0, kError.c_str()),
               -2);
-    std::string full(4 << 20, 'x'), archived;
+    S full(4 << 20, 'x'), archived;
     for (size_t i = 0; i < full.size(); i += 4093)
         full[i] = '0' + i % 10;
     for (int i = 0; i < 2; ++i)
@@ -107,7 +105,7 @@ TEST(ClassifiedLog, Archive)
         archived += read_text(kCard + "/" + name).value_or(name);
     EXPECT_TRUE(archived == full + full);
     EXPECT_TRUE(names_in(kCard)[0].starts_with("log_error_"));
-    std::filesystem::remove_all("/media/card");
+    fs::remove_all("/media/card");
     write_text(kError, full.substr(1));
     log_call(KV_LOG_ERROR, "kept");
     EXPECT_TRUE(read_text(kError)->starts_with(full.substr(1)));

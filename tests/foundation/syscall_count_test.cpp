@@ -8,7 +8,7 @@
 #include <sstream>
 
 // The system calls the probe made for `call`, in order.
-std::vector<std::string> syscalls_of(const std::string& call)
+std::vector<S> syscalls_of(const S& call)
 {
     // The leak check of a sanitizer build cannot run under a tracer.
     EXPECT_EQ(0, run_shell("ASAN_OPTIONS=${ASAN_OPTIONS:+$ASAN_OPTIONS:}"
@@ -17,9 +17,9 @@ std::vector<std::string> syscalls_of(const std::string& call)
                            call)
                      .status);
     std::istringstream lines(read_text("/tmp/trace").value_or(""));
-    std::vector<std::string> names;
+    std::vector<S> names;
     bool inside = false;
-    for (std::string line; std::getline(lines, line);)
+    for (S line; std::getline(lines, line);)
         if (line.starts_with("write(-1, \""))
             inside = line.starts_with("write(-1, \"begin\"");
         else if (inside)

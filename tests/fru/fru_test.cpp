@@ -142,7 +142,6 @@ TEST(Image, Malformed)
         {{2, 0xC0, 0xC0, 0xC5, 'a'}, -32},
         {{2, 0xC0, 0xC0, 0xC0, 0xC0}, -32},
         {{2, 0xC0, 0xC0, 0x05, 0xC1}, -32},
-        {customs(8), 0},
     };
     for (const auto& [body, result] : cases)
     {
@@ -150,9 +149,10 @@ TEST(Image, Malformed)
         Bytes area(img.begin() + 8, img.end());
         EXPECT_EQ(parse_bin_to_chassis(area.data()), result);
     }
+    const Bytes whole = chassis_image(customs(8));
+    EXPECT_EQ(parse(whole), 0);
     EXPECT_EQ(fru.chassis.custom.type_len[7], 0xC0);
     // Area longer than the image; a 256-byte area; offset past the end.
-    const Bytes whole = chassis_image(customs(3));
     EXPECT_EQ(parse(Bytes(whole.begin(), whole.end() - 8)), 10);
     Bytes big(256);
     big[1] = 32;
@@ -189,7 +189,7 @@ TEST(Ini, Lookup)
 {
     const char* a = "a.ini";
     write_text(a,
-               "[A]\nSerialNumber =  \"x#y\" #\n[B]\nPlain = 42\nN\nN = 1\n");
+               "[A]\nSerialNumber =  \"x #y\" #\n[B]\nPlain = 42\nN\nN = 1\n");
     // Prefix match, comment cut; section A runs on through B; a line
     // without '=' ends the search.
     EXPECT_STREQ(GetIniKeyString("A", "Serial", a), "\"x");
@@ -272,14 +272,14 @@ TEST(FruTool, Helpers)
     EXPECT_EQ(1, WriteFile("/no/dir/x", bytes, 0, 4));
 
     // A command that succeeds from run `from` on: 20 runs count.
-    const int cases[][2] = {{20, 0}, {21, -1}};
+    const int cases[][2] = {{20, 0}, {21, -1}, {99, -1}};
     for (const auto& [from, result] : cases)
     {
         std::remove("runs");
         const std::string command = "echo >> runs; [ $(wc -l < runs) -ge " +
                                     std::to_string(from) + " ]";
         EXPECT_EQ(result, write_fru_cmd(command.c_str())) << from;
-        EXPECT_EQ(read_text("runs")->size(), std::size_t(from));
+        EXPECT_EQ(read_text("runs")->size(), std::min<std::size_t>(from, 21));
     }
 
     // The directory of the program as started.
@@ -305,8 +305,7 @@ TEST(FruTool, Usage)
         EXPECT_EQ(help.output, outcome.output) << arguments;
     }
     // A command meant for another BMC changes nothing here.
-    const auto remote = run_shell(
-        tool + " 192.0.2.1 root pw 0 -w BoardInfoArea SerialNum X 2>&1");
+    const auto remote = run_shell(tool + " 192.0.2.1 1 2 0 -w A B C 2>&1");
     EXPECT_EQ(1, remote.status);
     EXPECT_THAT(remote.output, HasSubstr("192.0.2.1 is not"));
 }

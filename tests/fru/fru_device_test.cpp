@@ -11,6 +11,7 @@
 #include <fcntl.h>
 
 #include <cstring>
+#include <numeric>
 
 namespace
 {
@@ -31,8 +32,8 @@ kv_fru_device part(bool mux, unsigned base = 0,
     d.offset_width = 2;
     d.bus = mux ? 13 : 3;
     d.address = mux ? 0x51 : 0x50;
-    d.base[0] = static_cast<uint8_t>(base);
-    d.base[1] = static_cast<uint8_t>(base >> 8);
+    d.base[0] = base & 0xFF;
+    d.base[1] = base >> 8;
     return d;
 }
 
@@ -63,20 +64,7 @@ class FruDevice : public SimBoard
     }
 };
 
-TEST_F(FruDevice, RawReadTakesTheChannelAndReleasesIt)
-{
-    set_device_memory(16, 0x51, 0x104, {1, 2, 3, 4, 5, 6, 7, 8});
-    const kv_fru_device d = part(true, 0x100);
-    Bytes got(8);
-    EXPECT_EQ(2, read_fru_data(&d, 4, 8, got.data()));
-    EXPECT_THAT(wire_log(),
-                ElementsAre(sent(13, 0x70, {0, 1}), sent(13, 0x51, {1, 4}),
-                            received(13, 0x51, got, true)));
-    EXPECT_EQ((Bytes{1, 2, 3, 4, 5, 6, 7, 8}), got);
-    EXPECT_EQ(0, mux_lock());
-}
-
-TEST_F(FruDevice, BusyOrRefusedDevicesLeaveTheBusAlone)
+TEST_F(FruDevice, Failures)
 {
     uint8_t byte = 0;
     mux_lock() = 1; // another process holds a channel of this multiplexer
@@ -85,75 +73,59 @@ TEST_F(FruDevice, BusyOrRefusedDevicesLeaveTheBusAlone)
     EXPECT_EQ(KV_CC_NODE_BUSY, read_fru_data(&d, 0, 1, &byte));
     EXPECT_EQ(KV_CC_NODE_BUSY, write_fru_data(&d, 0, 1, &byte));
     EXPECT_EQ(1, mux_lock());
-    for (kv_fru_device refused : {part(true), part(false)})
-    {
-        refused.state = KV_FRU_STATE_REFUSED;
-        EXPECT_EQ(-1, read_fru_data(&refused, 0, 1, &byte));
-        EXPECT_EQ(-1, write_fru_data(&refused, 0, 1, &byte));
-    }
+    d.state = KV_FRU_STATE_REFUSED;
+    EXPECT_EQ(-1, read_fru_data(&d, 0, 1, &byte));
+    EXPECT_EQ(-1, write_fru_data(&d, 0, 1, &byte));
     EXPECT_EQ(-1, write_to_fru(-1));
     EXPECT_EQ(-1, write_to_fru(1 << 30));
     EXPECT_THAT(wire_log(), IsEmpty());
-}
-
-// The cause of a failed access survives the log line, the retries and the
-// pauses between them.
-TEST_F(FruDevice, FailuresAreLoggedWithTheirCauseInErrno)
-{
-    fail_address(3, 0x50, EIO);
-    const kv_fru_device raw = part(false);
-    Bytes got(4);
-    EXPECT_EQ(EIO, ERRNO_OF(read_fru_data(&raw, 0x20, 4, got.data())));
-    EXPECT_THAT(error_lines(),
-                ElementsAre(testing::ContainsRegex(
-                    "i2c read fru data failed channel=3 address=80 "
-                    "offset=32\\. mkfifo:[0-9]+ read_fru_data$")));
 
     // A part whose address does not bind behind the multiplexer gives the
     // channel back and leaves no bus open (the fixture checks that).
-    kv_fru_device d = part(true);
+    d = part(true);
     d.address = 0xC0;
-    clear_wire_log();
-    EXPECT_EQ(EINVAL, ERRNO_OF(write_fru_data(&d, 0, 1, got.data())));
+    mux_lock() = 0;
+    EXPECT_EQ(EINVAL, ERRNO_OF(write_fru_data(&d, 0, 1, &byte)));
     EXPECT_EQ(0, mux_lock());
     EXPECT_THAT(wire_log(), ElementsAre(sent(13, 0x70, {0, 1})));
 
-    // The sysfs file: missing, five attempts without pauses for reading,
-    // one for writing; too short, every attempt pauses.
-    d = part(false, 0, KV_FRU_ACCESS_SYSFS);
+    // The cause of a failed access survives the log line.
+    fail_address(3, 0x50, EIO);
+    const kv_fru_device raw = part(false);
+    EXPECT_EQ(EIO, ERRNO_OF(read_fru_data(&raw, 0x20, 1, &byte)));
+    EXPECT_THAT(error_lines(),
+                ElementsAre(testing::HasSubstr("=3 address=80 offset=32.")));
+}
+
+TEST_F(FruDevice, SysfsFile)
+{
+    // Missing: five reads and one write, none pausing.
+    const kv_fru_device mux = part(true, 2, KV_FRU_ACCESS_SYSFS),
+                        d = part(false, 0, KV_FRU_ACCESS_SYSFS);
+    Bytes got(12);
     EXPECT_EQ(ENOENT, ERRNO_OF(read_fru_data(&d, 0, 4, got.data())));
     EXPECT_EQ(ENOENT, ERRNO_OF(write_fru_data(&d, 0, 4, got.data())));
     EXPECT_THAT(recorded_sleeps(), IsEmpty());
-    write_text("/sys/class/i2c-dev/i2c-3/device/3-0050/eeprom", "ab");
-    EXPECT_EQ(EIO, ERRNO_OF(read_fru_data(&d, 0, 4, got.data())));
-    EXPECT_EQ(std::vector<long long>(5, 100000), recorded_sleeps());
-}
-
-TEST_F(FruDevice, SysfsFileReadAndWritten)
-{
     // Channel map, counted from 1: the descriptor's channel 0 is bus 16.
     write_text("/var/run/obmcinfo/i2c/i2c-13-1", "16\n");
     write_text("/sys/class/i2c-dev/i2c-13/device/i2c-16/16-0051/eeprom",
                "0123456789");
     const std::string plain = "/sys/class/i2c-dev/i2c-3/device/3-0050/eeprom";
     write_text(plain, "abcdefghij");
-    const kv_fru_device mux = part(true, 2, KV_FRU_ACCESS_SYSFS),
-                        d = part(false, 0, KV_FRU_ACCESS_SYSFS);
-    Bytes got(3);
     EXPECT_EQ(0, read_fru_data(&mux, 1, 3, got.data())); // base 2 + 1
-    EXPECT_EQ((Bytes{'3', '4', '5'}), got);
     EXPECT_EQ(0, write_fru_data(&d, 8, 2, got.data()));
     EXPECT_EQ("abcdefgh34", read_text(plain));
     EXPECT_THAT(wire_log(), IsEmpty());
-    EXPECT_THAT(recorded_sleeps(), IsEmpty());
+    // Too short: every attempt pauses.
+    EXPECT_EQ(EIO, ERRNO_OF(read_fru_data(&d, 0, 12, got.data())));
+    EXPECT_EQ(std::vector<long long>(5, 100000), recorded_sleeps());
 }
 
-TEST_F(FruDevice, ImageGoesInPacedChunksOfEightAndComesBack)
+TEST_F(FruDevice, PacedChunks)
 {
-    install(4, part(true, 0x40));
-    set_device_memory(16, 0x51, 0x40, Bytes(24, 0x5A));
-    for (uint32_t i = 0; i < 21; ++i)
-        bmc_fru_date[i] = static_cast<uint8_t>(0xA0 + i);
+    install(4, part(true, 0x140));
+    set_device_memory(16, 0x51, 0x140, Bytes(24, 0x5A));
+    std::iota(bmc_fru_date, bmc_fru_date + 21, uint8_t(0xA0));
     bmc_fru_len = 21;
     deviceid = -1;
     EXPECT_EQ(0, write_to_fru(4));
@@ -164,23 +136,18 @@ TEST_F(FruDevice, ImageGoesInPacedChunksOfEightAndComesBack)
     EXPECT_EQ(0, mux_lock());
 
     // Reads go by whole chunks: 24 bytes of a 20-byte device.
-    kv_fru_device d = part(true, 0x40);
+    kv_fru_device d = part(true, 0x140);
     d.size[0] = 20;
     d.size[1] = 0;
-    Bytes got(32, 0), expected(bmc_fru_date, bmc_fru_date + 21);
+    Bytes got(32), expected(bmc_fru_date, bmc_fru_date + 21);
     EXPECT_EQ(0, get_fru_bin(d, got.data()));
     expected.resize(24, 0x5A);
     expected.resize(32, 0);
     EXPECT_EQ(expected, got);
     // Every byte written is one EEPROM write cycle; a full chunk pauses.
-    std::vector<long long> sleeps;
-    for (int i = 1; i <= 21; ++i)
-    {
-        sleeps.push_back(5000);
-        if (i % 8 == 0)
-            sleeps.push_back(10000);
-    }
-    sleeps.insert(sleeps.end(), 3, 10000);
+    std::vector<long long> sleeps(26, 5000);
+    for (int i : {8, 17, 23, 24, 25})
+        sleeps[i] = 10000;
     EXPECT_EQ(sleeps, recorded_sleeps());
 }
 
@@ -191,12 +158,11 @@ TEST_F(FruDevice, ImageGoesInPacedChunksOfEightAndComesBack)
 TEST_F(FruDevice, DescriptorZero)
 {
     EXPECT_EQ(0b11, kv::test::exit_status_of([] {
-                  kv_fru_device unknown = part(false), refused = part(false);
-                  unknown.method = 9;
+                  kv_fru_device refused = part(false);
                   refused.state = KV_FRU_STATE_REFUSED;
                   int closed = 0, bit = 1;
                   for (const kv_fru_device& d :
-                       {part(false), unknown, part(true), refused,
+                       {part(false), part(false, 0, 9), part(true), refused,
                         part(false, 0, KV_FRU_ACCESS_SYSFS)})
                   {
                       ::dup2(::open("/dev/null", O_RDONLY), 0);
@@ -207,8 +173,7 @@ TEST_F(FruDevice, DescriptorZero)
                   install(5, part(false));
                   for (int run = 0; run < 2; ++run, bit <<= 1)
                   {
-                      for (uint32_t i = 0; i < 21; ++i)
-                          bmc_fru_date[i] = static_cast<uint8_t>(i + run);
+                      std::iota(bmc_fru_date, bmc_fru_date + 21, run);
                       bmc_fru_len = 21;
                       write_to_fru(5);
                       Bytes memory = device_memory(3, 0x50);
@@ -239,24 +204,12 @@ TEST_F(FruDevice, PublishedFacts)
     EXPECT_THAT(recorded_sleeps(), IsEmpty());
 }
 
-TEST(FruEdit, FieldIdsAndModifySection)
+TEST(FruEdit, Fields)
 {
     // Section and key are prefixes, case ignored, the first match wins.
-    const struct
-    {
-        const char *section, *key;
-        int id;
-    } ids[] = {{"boardinfoarea", "serialnum", 6},
-               {"ProductInfoArea", "CustomDataString4", 22},
-               {"BoardInfoArea", "CustomDataString3", 9},
-               {"ChassisInfoArea", "Type", 0},
-               {"ProductInfoAreaX", "AssetTagged", 20},
-               {"Board", "SerialNum", -14},
-               {"ChassisInfoArea", "Manufacturer", -14},
-               {nullptr, "Type", -14}};
-    for (const auto& c : ids)
-        EXPECT_EQ(c.id, fru_get_param_id(c.section, c.key)) << c.key;
-
+    EXPECT_EQ(6, fru_get_param_id("boardinfoarea", "serialnum"));
+    EXPECT_EQ(22, fru_get_param_id("ProductInfoAreaX", "CustomDataString4"));
+    EXPECT_EQ(-14, fru_get_param_id(nullptr, "Type"));
     fru_init();
     EXPECT_EQ(0, modify_section("258", 0));
     EXPECT_EQ(2, fru.chassis.type);

@@ -5,7 +5,6 @@
 
 #include <libkv/fru.h>
 
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -28,7 +27,6 @@ void set(kv_fru_field& f, const std::string& text)
     std::memcpy(f.data, text.data(), text.size());
 }
 
-// Every fixed field holds text, as the ini reader leaves them.
 void fill_record()
 {
     fru_init();
@@ -45,19 +43,13 @@ unsigned sum(const uint8_t* p, std::size_t n)
     return std::accumulate(p, p + n, 0u) & 0xFF;
 }
 
-Bytes image()
-{
-    return Bytes(bmc_fru_date, bmc_fru_date + bmc_fru_len);
-}
-
 // Parses an exactly sized heap copy, so the sanitizer sees any overread.
 int parse(const Bytes& img)
 {
     return parse_bin_date(Bytes(img).data(), int(img.size()));
 }
 
-// A header with only a chassis area at offset 1, and that area around
-// `body` (after the length byte, up to the end marker), padded and summed.
+// Only a chassis area: `body` between its length byte and its sum.
 Bytes chassis_image(Bytes body)
 {
     Bytes a{1, 0, 1, 0, 0, 0, 0, 0xFE, 1, 0};
@@ -68,11 +60,10 @@ Bytes chassis_image(Bytes body)
     return a;
 }
 
-TEST(Image, BuiltPaddedSummedParsedAndRebuiltTheSame)
+TEST(Image, RoundTrip)
 {
     Bytes img;
-    // Product names of 0 to 15 characters take the product area through
-    // every padding length.
+    // Product names of 0 to 15 characters: every padding length.
     for (std::size_t n = 0; n < 16; ++n)
     {
         fill_record();
@@ -83,18 +74,15 @@ TEST(Image, BuiltPaddedSummedParsedAndRebuiltTheSame)
         std::memcpy(fru.product.custom.data[7], "Zz", 2);
         get_multirecord_date();
         ASSERT_EQ(get_fru_date(), 0);
-        img = image();
-        const kv_fru_record before = fru;
+        img.assign(bmc_fru_date, bmc_fru_date + bmc_fru_len);
         std::size_t at = 8;
         for (int offset = 2; offset <= 4; ++offset)
         {
             EXPECT_EQ(img[offset] * 8u, at);
-            EXPECT_EQ(sum(&img[at], img[at + 1] * 8u), 0u);
             at += img[at + 1] * 8u;
         }
         EXPECT_EQ(img[at - 2 - fru.product.pad_count], 0xC1);
-        // The record knows where the multirecord block is; the image does
-        // not say. The block: one OEM record, last in the list, both sums.
+        // Multirecord: only the record knows where; one OEM record, last.
         EXPECT_EQ(img[5] | img[6], 0);
         EXPECT_EQ(fru.header.multirecord_offset * 8u, at);
         const uint8_t* mr = &img[at];
@@ -104,26 +92,19 @@ TEST(Image, BuiltPaddedSummedParsedAndRebuiltTheSame)
 
         fru_init();
         ASSERT_EQ(parse(img), 0);
-        // Absent custom fields leave no trace: the one left moves to slot 0.
+        // Absent custom fields leave no trace.
         EXPECT_EQ(fru.product.custom.type_len[0], 0xC2);
-        EXPECT_EQ(fru.product.custom.data[0][1], 'z');
-        EXPECT_EQ(fru.product.checksum, before.product.checksum);
-        EXPECT_EQ(fru.product.pad_count, before.product.pad_count);
-        // Raw copies: over the count word for chassis, in the data for
-        // product.
-        EXPECT_EQ(std::memcmp(fru_buff.chassis.data, &img[12],
-                              fru_buff.chassis.count - 4),
-                  0);
-        EXPECT_EQ(std::memcmp(fru_buff.product.data, &img[img[4] * 8],
-                              fru_buff.product.count),
-                  0);
+        // Raw copies: chassis's over the count word.
+        EXPECT_FALSE(std::memcmp(fru_buff.chassis.data, &img[12],
+                                 fru_buff.chassis.count - 4) ||
+                     std::memcmp(fru_buff.product.data, &img[img[4] * 8],
+                                 fru_buff.product.count));
         get_multirecord_date();
         ASSERT_EQ(get_fru_date(), 0);
-        EXPECT_EQ(image(), img);
+        EXPECT_EQ(Bytes(bmc_fru_date, bmc_fru_date + bmc_fru_len), img);
     }
 
-    // Bad sums of the header and each area; the length argument bounds the
-    // reads.
+    // Bad sums of the header and each area; the length bounds the reads.
     for (int i = 1; i <= 4; ++i)
     {
         Bytes bad = img;
@@ -146,41 +127,32 @@ TEST(Image, BuiltPaddedSummedParsedAndRebuiltTheSame)
     }
 }
 
-TEST(Image, MalformedAreasAreRefusedWithoutStrayAccess)
+TEST(Image, Malformed)
 {
     // Type, part and serial number, `n` custom fields, the end marker.
     auto customs = [](int n) {
-        Bytes body{2, 0xC0, 0xC0};
-        body.insert(body.end(), n, 0xC0);
-        body.push_back(0xC1);
+        Bytes body(n + 4, 0xC0);
+        body[0] = 2;
+        body.back() = 0xC1;
         return body;
     };
-    // Chassis areas around these bodies: the image's result and the area
-    // parser's.
-    const struct
-    {
-        Bytes body;
-        int image, area;
-    } cases[] = {
-        {customs(9), 10, -31},
-        // A field longer than the rest of its area; no end marker; not
-        // ASCII.
-        {{2, 0xC0, 0xC0, 0xC5, 'a'}, 10, -32},
-        {{2, 0xC0, 0xC0, 0xC0, 0xC0}, 10, -32},
-        {{2, 0xC0, 0xC0, 0x05, 0xC1}, 10, -32},
-        {customs(8), 0, 0},
+    const std::pair<Bytes, int> cases[] = {
+        {customs(9), -31},
+        // Overlong field; no end marker; not ASCII.
+        {{2, 0xC0, 0xC0, 0xC5, 'a'}, -32},
+        {{2, 0xC0, 0xC0, 0xC0, 0xC0}, -32},
+        {{2, 0xC0, 0xC0, 0x05, 0xC1}, -32},
     };
-    for (const auto& c : cases)
+    for (const auto& [body, result] : cases)
     {
-        const Bytes img = chassis_image(c.body);
-        EXPECT_EQ(parse(img), c.image);
+        const Bytes img = chassis_image(body);
         Bytes area(img.begin() + 8, img.end());
-        EXPECT_EQ(parse_bin_to_chassis(area.data()), c.area);
+        EXPECT_EQ(parse_bin_to_chassis(area.data()), result);
     }
+    const Bytes whole = chassis_image(customs(8));
+    EXPECT_EQ(parse(whole), 0);
     EXPECT_EQ(fru.chassis.custom.type_len[7], 0xC0);
-    // The length byte claims more than the image holds; a 256-byte area; an
-    // offset past the end of the image.
-    const Bytes whole = chassis_image(customs(3));
+    // Area longer than the image; a 256-byte area; offset past the end.
     EXPECT_EQ(parse(Bytes(whole.begin(), whole.end() - 8)), 10);
     Bytes big(256);
     big[1] = 32;
@@ -189,27 +161,13 @@ TEST(Image, MalformedAreasAreRefusedWithoutStrayAccess)
     EXPECT_EQ(parse({1, 0, 9, 0, 0, 0, 0, 0xF6}), 10);
 }
 
-TEST(Image, MinutesSince1996InLocalTime)
-{
-    // Both ends in local time: summer time in July, standard in January.
-    // (The same date in UTC is read back from the tool's image below.)
-    setenv("TZ", "Europe/Berlin", 1);
-    tzset();
-    char when[] = "2019/07/27 15:04:59", first[] = "2017/03/10 10:18";
-    EXPECT_EQ(get_time(when), 12396424 - 60);
-    EXPECT_EQ(get_time(first), 0xAA0E4A); // fru_init's board date
-    unsetenv("TZ");
-    tzset();
-}
-
-TEST(Image, FileWrittenInPlaceWithModeZeroShortWritesReported)
+TEST(Image, File)
 {
     write_text("default-fru.bin", std::string(2000, 'z'));
-    fill_record();
-    ASSERT_EQ(get_fru_date(), 0);
+    bmc_fru_len = 100;
     ASSERT_EQ(write_to_bin(), 0);
     EXPECT_EQ(read_text("default-fru.bin")->size(), 2000u); // not truncated
-    ASSERT_EQ(std::remove("default-fru.bin"), 0);
+    std::remove("default-fru.bin");
     ASSERT_EQ(write_to_bin(), 0);
     struct stat st = {};
     ASSERT_EQ(stat("default-fru.bin", &st), 0);
@@ -218,44 +176,26 @@ TEST(Image, FileWrittenInPlaceWithModeZeroShortWritesReported)
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit old{};
     getrlimit(RLIMIT_FSIZE, &old);
-    rlimit small = old;
-    small.rlim_cur = 16;
-    // Captured output goes to a file too: lift the limit before it flushes.
-    int result = 0;
-    const std::string out = stdout_of([&] {
+    const rlimit small{16, old.rlim_max};
+    stdout_of([&] {
         ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-        result = write_to_bin();
+        const int result = write_to_bin();
         setrlimit(RLIMIT_FSIZE, &old);
+        EXPECT_EQ(result, -12);
     });
-    EXPECT_EQ(result, -12);
-    EXPECT_EQ(out, "write bin file error2.");
 }
 
-TEST(Ini, LooseKeyLookupAndTextHelpers)
+TEST(Ini, Lookup)
 {
     const char* a = "a.ini";
     write_text(a,
-               "[A]\nSerialNumber =   \"long\"  \nEmpty\n[B]\n"
-               "Note = \"x#y\" # comment\n  Indented = \"no\"\nPlain = 42\n");
-    // Prefix match: SerialNum finds SerialNumber; the line end stays.
-    EXPECT_STREQ(GetIniKeyString("A", "SerialNum", a), "\"long\"  \n");
-    // Section A never ends, so keys of B are found from A.
+               "[A]\nSerialNumber =  \"x #y\" #\n[B]\nPlain = 42\nN\nN = 1\n");
+    // Prefix match, comment cut; section A runs on through B; a line
+    // without '=' ends the search.
+    EXPECT_STREQ(GetIniKeyString("A", "Serial", a), "\"x");
     EXPECT_EQ(GetIniKeyInt("A", "Plain", a), 42);
-    EXPECT_STREQ(GetIniKeyString("B", "Note", a), "\"x");
-    // Keys start in column 1; a matching line without '=' ends the search.
-    EXPECT_EQ(GetIniKeyString("A", "Indented", a), nullptr);
-    EXPECT_EQ(GetIniKeyString("A", "Empty", a), nullptr);
-    EXPECT_EQ(GetIniKeyString("C", "Plain", a), nullptr);
+    EXPECT_EQ(GetIniKeyInt("A", "N", a), 0);
     EXPECT_EQ(GetIniKeyInt("C", "Plain", a), 0);
-
-    char padded[] = "   a b  ";
-    EXPECT_EQ(rtspace(padded), padded);
-    EXPECT_STREQ(padded, "a b");
-    char quoted[] = "\"in\"side\" \n", open[] = "\"open";
-    EXPECT_EQ(fru_get_str(quoted), quoted + 1);
-    EXPECT_STREQ(quoted + 1, "in");
-    EXPECT_EQ(fru_get_str(open), nullptr);
-    EXPECT_EQ(fru_get_str(nullptr), nullptr);
 }
 
 struct Edit
@@ -263,10 +203,9 @@ struct Edit
     const char *section, *from, *to;
 };
 
-// fru_read_ini's result and what it printed, on the default fru.ini with
-// each edit's first line starting with `from` at or after `section`
-// replaced by `to`.
-std::pair<int, std::string> read_ini(std::vector<Edit> edits = {})
+// fru_read_ini on the default fru.ini, each edit replacing the first line
+// starting with `from` after `section` by `to`.
+int read_ini(std::vector<Edit> edits = {})
 {
     config_default_ini(default_ini, KV_FRU_INI_LINES, "fru.ini");
     std::string text = read_text("fru.ini").value();
@@ -280,101 +219,46 @@ std::pair<int, std::string> read_ini(std::vector<Edit> edits = {})
     write_text("fru.ini", text);
     fru_init();
     int result = 1;
-    const std::string out = stdout_of([&] { result = fru_read_ini(); });
-    return {result, out};
+    stdout_of([&] { result = fru_read_ini(); });
+    return result;
 }
 
-TEST(Ini, TemplateIntoTheRecordAndMissingKeys)
+TEST(Ini, Read)
 {
     char lines[2][KV_FRU_INI_LINE_BYTES] = {"has its own\n", "x"};
     ASSERT_EQ(config_default_ini(lines, 2, "b.ini"), 0);
     EXPECT_EQ(read_text("b.ini"), "has its own\nx\n");
     EXPECT_EQ(config_default_ini(nullptr, 2, "b.ini"), -1);
-    EXPECT_EQ(config_default_ini(lines, 2, nullptr), -1);
     EXPECT_EQ(config_default_ini(lines, 2, "no/dir.ini"), -2);
 
-    // The library's tables lie one after another; fru_param repeats them.
-    void* lib = dlopen("libkv.so.1", RTLD_NOW | RTLD_NOLOAD);
-    auto* rows = static_cast<kv_fru_param*>(dlsym(lib, "chassis_param"));
-    EXPECT_EQ(dlsym(lib, "board_param"), rows + 3);
-    EXPECT_EQ(dlsym(lib, "product_param"), rows + 15);
-    EXPECT_EQ(dlsym(lib, "fru_param"), rows + 27);
-    for (int i = 0; i < 27; ++i)
-    {
-        EXPECT_EQ(fru_param[i].index, i);
-        EXPECT_STREQ(fru_param[i].key, rows[i].key);
-        EXPECT_STREQ(fru_param[i].section, rows[i].section);
-    }
-
-    // Custom fields take the rows after their own table: board rows for
-    // the chassis, product rows for the board (the tool's image shows
-    // them, below), fru_param's empty rows for the product.
-    auto [result, out] = read_ini();
-    ASSERT_EQ(result, 0);
-    EXPECT_EQ(out, "chassis0 2 \nchassis1 N/A \nchassis2 N/A \n");
+    // Custom fields take the rows after their own table.
+    ASSERT_EQ(read_ini(), 0);
     EXPECT_EQ(fru.chassis.custom.type_len[5], 0xC0); // empty FRUFileID
-    EXPECT_EQ(
-        Bytes(fru.product.custom.type_len + 5, fru.product.custom.type_len + 8),
-        Bytes(3, 0xC0));
+    EXPECT_EQ(fru.product.custom.type_len[7], 0xC0);
 
-    const struct
-    {
-        std::vector<Edit> edits;
-        int result;
-        const char *area, *key;
-    } cases[] = {
-        {{{"[Chassis", "Type", "x"}}, -3, "Chassis", "Type"},
-        // The board message names the row counted from the chassis table;
-        // sections never end, so the product section's key is found too.
-        {{{"[Board", "PartNum", "x"}, {"[Product", "PartNum", "x"}},
-         -3,
-         "Board",
-         "Manufacturer\n"},
-        {{{"[Board", "FRUFileID", "x"}, {"[Product", "FRUFileID", "x"}},
-         -3,
-         "Board",
-         "ProductName\n"},
-        {{{"[Product", "[ProductInfoArea]", "[Other]"}},
-         -3,
-         "Product",
-         "Type\n"},
-        {{{"[Board", "time", "time = \"2019/07/27\""}}, -4, "", ""},
+    const std::pair<std::vector<Edit>, int> cases[] = {
+        {{{"[Chassis", "Type", "x"}}, -3},
+        {{{"[Board", "PartNum", "x"}, {"[Product", "PartNum", "x"}}, -3},
+        {{{"[Board", "FRUFileID", "x"}, {"[Product", "FRUFileID", "x"}}, -3},
+        {{{"[Product", "[ProductInfoArea]", "[Other]"}}, -3},
+        {{{"[Board", "time", "time = \"2019/07/27\""}}, -4},
         // Custom strings and the product FRUFileID may be left out.
-        {{{"[Product", "FRUFileID", "x"}}, 0, "", ""},
-        {{{"[Board", "CustomDataString5", "x"}}, 0, "", ""},
+        {{{"[Product", "FRUFileID", "x"}}, 0},
+        {{{"[Board", "CustomDataString5", "x"}}, 0},
     };
-    for (const auto& c : cases)
-    {
-        std::tie(result, out) = read_ini(c.edits);
-        EXPECT_EQ(result, c.result) << c.edits[0].from;
-        EXPECT_EQ(out.substr(std::min(out.find("在"), out.size())),
-                  *c.area ? std::string("在fru.ini文件") + c.area +
-                                "InfoArea中无法找到关键字段" + c.key
-                          : "");
-    }
+    for (const auto& [edits, result] : cases)
+        EXPECT_EQ(read_ini(edits), result) << edits[0].from;
     EXPECT_EQ(fru.board.custom.type_len[5], 0xC0);
 
-    // The board's key stands in for the chassis's missing one. A part
-    // number of 64 characters fills its slot without terminator and wraps
-    // the type byte to 0, which the builder then refuses for a fixed field.
+    // 64 characters wrap the type byte to 0, which the builder refuses.
     const std::string full = "PartNum = \"" + std::string(64, 'p') + "\"";
-    ASSERT_EQ(read_ini({{"[Chassis", "SerialNum", "x"},
-                        {"[Board", "SerialNum", "SerialNum = \"B-1\""},
-                        {"[Chassis", "PartNum", full.c_str()}})
-                  .first,
-              0);
-    const kv_fru_field* chassis = fru.chassis.field; // part, serial number
-    EXPECT_EQ(chassis[0].type_len, 0);
-    EXPECT_EQ(std::memcmp(chassis[0].data, &full[11], 64), 0);
-    EXPECT_EQ(chassis[1].type_len, 0xC3);
-    EXPECT_EQ(std::memcmp(chassis[1].data, "B-1", 3), 0);
-    EXPECT_STREQ(chassis_param[2].key, "SerialNum");
-    int created = 0;
-    stdout_of([&] { created = create_fru_bin(); });
-    EXPECT_EQ(created, 16);
-    std::remove("fru.ini");
-    stdout_of([&] { created = create_fru_bin(); });
-    EXPECT_EQ(created, 15);
+    read_ini({{"[Chassis", "PartNum", full.c_str()}});
+    EXPECT_EQ(std::memcmp(fru.chassis.field[0].data, &full[11], 64), 0);
+    for (int result : {16, 15}) // refused, then without fru.ini
+    {
+        stdout_of([&] { EXPECT_EQ(create_fru_bin(), result); });
+        std::remove("fru.ini");
+    }
 }
 
 TEST(FruTool, Helpers)
@@ -385,19 +269,17 @@ TEST(FruTool, Helpers)
     write_text("out.bin", "old content");
     EXPECT_EQ(0, WriteFile("out.bin", bytes, 2, 3));
     EXPECT_EQ(std::string("\0\0fru", 5), read_text("out.bin"));
-    EXPECT_EQ("WriteFile: open /no/dir/x file fail\n", stdout_of([&] {
-                  EXPECT_EQ(1, WriteFile("/no/dir/x", bytes, 0, 4));
-              }));
+    EXPECT_EQ(1, WriteFile("/no/dir/x", bytes, 0, 4));
 
     // A command that succeeds from run `from` on: 20 runs count.
-    const int cases[][3] = {{3, 0, 3}, {20, 0, 20}, {21, -1, 21}, {99, -1, 21}};
-    for (const auto& [from, result, runs] : cases)
+    const int cases[][2] = {{20, 0}, {21, -1}, {99, -1}};
+    for (const auto& [from, result] : cases)
     {
         std::remove("runs");
         const std::string command = "echo >> runs; [ $(wc -l < runs) -ge " +
                                     std::to_string(from) + " ]";
         EXPECT_EQ(result, write_fru_cmd(command.c_str())) << from;
-        EXPECT_EQ(std::to_string(runs) + "\n", run_shell("wc -l <runs").output);
+        EXPECT_EQ(read_text("runs")->size(), std::min<std::size_t>(from, 21));
     }
 
     // The directory of the program as started.
@@ -409,71 +291,55 @@ TEST(FruTool, Helpers)
 
 const std::string tool = FRU_TOOL;
 
-TEST(FruTool, WrongUsePrintsTheUsageText)
+TEST(FruTool, Usage)
 {
     const auto help = run_shell(tool + " help");
     EXPECT_EQ(0, help.status);
-    EXPECT_THAT(help.output, StartsWith(" fru V3.1 Version(2021-07"));
+    EXPECT_THAT(help.output, HasSubstr(" fru V"));
     for (const char* arguments :
-         {"", "-x", "127.0.0.1 root pw 0 -w other.ini",
-          "127.0.0.1 root pw 256 -w A B C", "127.0.0.1 root pw x1 -w A B C",
-          "127.0.0.1 root pw 0 -r A B C"})
+         {"-x", "1 2 3 0 -w other.ini", "1 2 3 256 -w A B C",
+          "1 2 3 x1 -w A B C", "1 2 3 0 -r A B C"})
     {
         const auto outcome = run_shell(tool + " " + arguments);
         EXPECT_EQ(2, outcome.status) << arguments;
         EXPECT_EQ(help.output, outcome.output) << arguments;
     }
     // A command meant for another BMC changes nothing here.
-    const auto remote = run_shell(
-        tool + " 192.0.2.1 root pw 0 -w BoardInfoArea SerialNum X 2>&1");
+    const auto remote = run_shell(tool + " 192.0.2.1 1 2 0 -w A B C 2>&1");
     EXPECT_EQ(1, remote.status);
-    EXPECT_THAT(remote.output, HasSubstr("192.0.2.1 is not an address of"));
+    EXPECT_THAT(remote.output, HasSubstr("192.0.2.1 is not"));
 }
 
-TEST(FruTool, ImageFileAndDeviceEditsReadBackWithFreeIpmi)
+TEST(FruTool, ReadBackByIpmiFru)
 {
-    // Device 0 is the blank EEPROM behind the example board's multiplexer.
-    // Edits of it fail, and so does writing it without fru.ini. Then the
-    // default fru.ini, one name changed, as default-fru.bin and on the
-    // device; an unknown key fails; the board time (which changes nothing)
-    // and the serial number change; the device is read back over I2C. In
-    // the sanitizer build kvsim preloads the sanitizer into every program;
-    // perl's leaks are not ours to report.
-    const std::string fru = tool + " 127.0.0.1 admin admin 0 -w ";
-    const std::string script =
-        "set -e; cd /tmp; " + fru + "BoardInfoArea SerialNum SN1 || true; " +
-        fru + "fru.ini || true; " + tool + " -c; " + fru +
-        "BoardInfoArea SerialNum " + std::string(64, 'x') +
-        " || true; sed -i "
-        "s/krafloxkle/Kestrel/ fru.ini; " +
-        tool + " -b >/dev/null; " + fru + "fru.ini >/dev/null; " + fru +
-        "BoardInfoArea Colour red || true; "
-        "echo ==; /usr/sbin/ipmi-fru "
-        "--fru-file=default-fru.bin; " +
-        fru + "BoardInfoArea time 2020/01/01; " + fru +
-        "BoardInfoArea SerialNum SN123; " KVSIM_I2CTRANSFER
-        " -y 16 w2@0x51 0 0 r512 | ASAN_OPTIONS=detect_leaks=0 "
-        "perl -ne 'print pack q(C*), map hex, split' > device.bin; "
-        "/usr/sbin/ipmi-fru --fru-file=device.bin";
-    const auto outcome = run_shell(
-        std::string(KVSIM_TOOL " " KVSIM_EXAMPLE_BOARD " -- /bin/sh -c \"") +
-        script + "\" 2>&1");
+    // Device 0 is blank: edits fail, so does writing without fru.ini. The
+    // default fru.ini goes to file and device; edits; the device read back.
+    // kvsim preloads the sanitizer: perl's leaks are not ours.
+    write_text("t.sh", R"(set -e; cd /tmp; T=$1
+f() { $T 127.0.0.1 admin admin 0 -w "$@"; }
+f BoardInfoArea SerialNum SN1 || true; f fru.ini || true; $T -c
+f BoardInfoArea SerialNum $(printf %064d 0) || true
+sed -i s/krafloxkle/Kestrel/ fru.ini; $T -b >/dev/null; f fru.ini >/dev/null
+f BoardInfoArea Colour red || true; echo ==
+/usr/sbin/ipmi-fru --fru-file=default-fru.bin
+f BoardInfoArea time 2020/01/01; f BoardInfoArea SerialNum SN123
+)" KVSIM_I2CTRANSFER R"( -y 16 w2@0x51 0 0 r512 | ASAN_OPTIONS=detect_leaks=0 \
+perl -ne 'print pack q(C*), map hex, split' > device.bin
+/usr/sbin/ipmi-fru --fru-file=device.bin)");
+    const auto outcome =
+        run_shell(KVSIM_TOOL " " KVSIM_EXAMPLE_BOARD " -- /bin/sh -s " + tool +
+                  " <t.sh 2>&1");
     EXPECT_EQ(0, outcome.status) << outcome.output;
     const auto done = outcome.output.find("==\n");
     for (const char* failure :
-         {" get fru .bin error:9.\n", "the field failed (13)\n",
-          "have   no   such   file ",
-          "writing fru.ini to the device failed (-9)\n",
-          "the field failed (-10)\n", " input error.\n",
-          "the field failed (-14)\n"})
+         {"failed (13)", "failed (-9)", "failed (-10)", "failed (-14)"})
         EXPECT_THAT(outcome.output.substr(0, done), HasSubstr(failure));
-    // The file's, then the device's with the same date and a new number.
     for (const char* line :
          {"Chassis Type: Unknown\n  FRU Chassis Part Number: N/A\n",
           "Info: 2019/07/27 15:04:00\n  FRU Chassis Custom Info: VeldMarke\n",
           "Info: VeldMarke\n  FRU Board Custom Info: Kestrel\n\n",
           "Product Name: Kestrel\n  FRU Product Part/Model",
-          "Product Serial Number: 000011112222\n", "Board Serial Number: N/A\n",
+          "Board Serial Number: N/A\n",
           "07/27/19 - 15:04:00\n  FRU Board Manufacturer: VeldMarke\n  FRU "
           "Board Product Name: Kestrel\n  FRU Board Serial Number: SN123\n"})
         EXPECT_THAT(outcome.output, HasSubstr(line));

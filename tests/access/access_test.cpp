@@ -404,22 +404,21 @@ TEST(Login, EndpointsReachTheRulesAndRefusalsAreLogged)
         EXPECT_EQ(result, checkUserAllInOne(user, iface, endpoint, 0))
             << endpoint;
         const std::string log = read_text("/tmp/log").value_or("");
-        EXPECT_EQ(result ? std::string("Login Failed username: ") + user +
-                               ", endpoint:" + endpoint +
-                               ", dev: eth1, interface:" +
-                               userInterfaceStr[iface] + ", reason: " +
-                               (result == 257 ? "PARAMETER IP" : "INTERNAL") +
-                               " ERROR\n"
-                         : "",
-                  log.substr(std::min(log.find("Login Failed"), log.size())));
+        EXPECT_EQ(
+            result
+                ? "Login Failed username: "s + user + ", endpoint:" + endpoint +
+                      ", dev: eth1, interface:" + userInterfaceStr[iface] +
+                      ", reason: " +
+                      (result == 257 ? "PARAMETER IP" : "INTERNAL") + " ERROR\n"
+                : "",
+            log.substr(std::min(log.find("Login Failed"), log.size())));
     }
 }
 
 // Each end of the pair has an address and a neighbour whose MAC tells them
 // apart: 10.77.0.9 is 02:77:00:00:00:09 on the left, 10.78.0.9 02:78:...
-class Neighbours : public VethPairTest
+struct Neighbours : VethPairTest
 {
-  protected:
     Neighbours() : VethPairTest("kv-access-a", "kv-access-b")
     {}
     void SetUp() override

@@ -286,7 +286,8 @@ TEST_F(Platform, TwelveSlotChannelsAreSetEvenWhenTheObjectCannotBe)
     fail_address(18, 0x3f, ENXIO);
     EXPECT_EQ(KV_BACKPLANE_OK, f12p(0, 8, 7, 0x3f, 0));
     EXPECT_EQ(1, device_memory(19, 0x3f)[45]);
-    EXPECT_THAT(error_lines(), ElementsAre(testing::EndsWith(" write_cpld_reg ")));
+    EXPECT_THAT(error_lines(),
+                ElementsAre(testing::EndsWith(" write_cpld_reg ")));
 
     // Set after the identity read, before the object is written.
     fs::remove_all(dir);

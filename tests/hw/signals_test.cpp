@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// GPIO and memory fault LED lines in sysfs (an empty tmpfs in the sandbox, so
-// each test lays out its files), and interface flags and hardware address on
-// a veth pair in the test's own network namespace.
+// GPIO and LED files in the sandbox's empty sysfs, and interface flags and
+// MAC address on a veth pair.
 #include "test_helpers.h"
 #include "veth_pair.h"
 
@@ -102,17 +101,16 @@ Mac mac_of(const std::string& name)
 }
 
 // Names of 15 characters, the longest the kernel takes; longer ones are cut.
-class Interface : public VethPairTest
+struct Interface : VethPairTest
 {
-  protected:
     Interface() : VethPairTest("kv-board-sig-a1", "kv-board-sig-b1")
     {}
-    const std::string longer = left_ + "-and-more";
 };
 
-// Up and down change only IFF_UP; a MAC address is set or refused.
+// Up and down change only IFF_UP.
 TEST_F(Interface, UpDownAndMacAddress)
 {
+    const std::string longer = left_ + "-and-more";
     ASSERT_EQ(0, run_ip({"link", "set", left_, "promisc", "on"}));
     const int down = flags_of(left_);
     const int up = down | IFF_UP;
@@ -124,21 +122,15 @@ TEST_F(Interface, UpDownAndMacAddress)
                                 {0, down},
                                 {0, down},
                                 {-1, down},
-                                {2, down},
-                                {1, up},
-                                {0, down}})
+                                {2, down}})
     {
         EXPECT_EQ(0, if_updown(longer.c_str(), value));
         EXPECT_EQ(flags, flags_of(left_)) << value;
     }
     EXPECT_EQ(0, flags_of(right_) & IFF_UP);
-    const Mac peer = mac_of(right_);
-    const Mac mac{0x7a, 0xfe, 0x00, 0x9c, 0x01, 0xb0};
-    for (const Mac& set : {Mac{0x02, 0x11, 0x22, 0x33, 0x44, 0x55}, mac})
-    {
-        EXPECT_EQ(0, set_mac_addr(longer.c_str(), set.data()));
-        EXPECT_EQ(set, mac_of(left_));
-    }
+    const Mac peer = mac_of(right_), mac{0x7a, 0xfe, 0, 0x9c, 1, 0xb0};
+    EXPECT_EQ(0, set_mac_addr(longer.c_str(), mac.data()));
+    EXPECT_EQ(mac, mac_of(left_));
     const Mac multicast{0x01, 0x00, 0x5e, 0x00, 0x00, 0x01};
     EXPECT_THAT(std::vector({set_mac_addr(left_.c_str(), multicast.data()),
                              set_mac_addr(nullptr, mac.data()),

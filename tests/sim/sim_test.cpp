@@ -82,11 +82,13 @@ TEST_F(Sim, BoardMemoryAndSmbus)
     kv::test::write_text("/tmp/b/f", "\x01\x02\x03");
     load_board(write_board(R"({"buses": [{"bus": 4, "devices": [
         {"type": "eeprom", "address": 81, "size": "0x400",
-         "contents": "de adBE EF", "file": "f", "bytes": {"0x3ff": 7, "1": "0x20"}}]},
+         "contents": "de adBE EF", "file": "f",
+         "bytes": {"0x3ff": 7, "1": "0x20"}}]},
         {"bus": 8, "without": ["i2c", "smbus_write_word_data"], "devices": [
             {"type": "cpld", "address": 63,
              "contents": [239, "0xbe", 0, 0, 120, 86, 0, 33]},
-            {"type": "pca9546", "address": 112, "channels": [20, 21, 22, 23]}]}]})",
+            {"type": "pca9546", "address": 112,
+             "channels": [20, 21, 22, 23]}]}]})",
                            "b/board.json"));
     // A part larger than 256 bytes defaults to 2-byte addressing.
     BusHandle eeprom(4), bus(8), channel(20);

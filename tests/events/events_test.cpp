@@ -222,6 +222,10 @@ TEST(EventTables, EveryEntry)
             // No catch-all; the walk ends with its code.
             {0x2B, 0x6F, 0xC7, 0x18, "<none>"},
             {0x23, 0x6F, 0x04, 0x00, "<none>"},
+            // Past the last code; OEM event types and the one after them.
+            {0xF3, 0x6F, 0x00, 0x00, "<none>"},
+            {0x0F, 0x70, 0x00, 0x00, "<none>"},
+            {0x0F, 0x7F, 0x00, 0x00, "<none>"},
         };
     for (const auto& [type, dir, data1, data2, text] : cases)
     {
@@ -539,6 +543,7 @@ TEST(SelTime, Texts)
 {
     set_tz("UTC-8");
     const std::pair<uint32_t, const char*> cases[] = {
+        {0xFFFFFFFF, "Unknown"},
         // Start-up times are shown in UTC up to 0x20000000, and so are
         // times past 2038 (negative as signed values).
         {0x20000000, "1987-01-05 18:48:32 005 Mon GMT"},

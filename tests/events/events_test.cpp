@@ -222,7 +222,9 @@ TEST(EventTables, EveryEntry)
             // No catch-all; the walk ends with its code.
             {0x2B, 0x6F, 0xC7, 0x18, "<none>"},
             {0x23, 0x6F, 0x04, 0x00, "<none>"},
-            // Past the last code; OEM event types and the one after them.
+            // Before the first code and past the last; OEM event types and
+            // the one after them.
+            {0xC0, 0x6F, 0x00, 0x00, "<none>"},
             {0xF3, 0x6F, 0x00, 0x00, "<none>"},
             {0x0F, 0x70, 0x00, 0x00, "<none>"},
             {0x0F, 0x7F, 0x00, 0x00, "<none>"},

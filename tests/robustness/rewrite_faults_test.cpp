@@ -12,7 +12,6 @@
 
 #include <cjson/cJSON.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
@@ -59,7 +58,7 @@ long kill_writer(const std::function<bool(uint32_t)>& write, uint32_t first,
     std::this_thread::sleep_for(microseconds(us));
     ::kill(pid, SIGKILL);
     int status = 0;
-    EXPECT_EQ(pid, ::waitpid(pid, &status, 0));
+    ::waitpid(pid, &status, 0);
     EXPECT_TRUE(WIFSIGNALED(status)) << "the writer ended by itself";
     return duration_cast<microseconds>(took).count();
 }
@@ -72,15 +71,14 @@ string tag(int r)
 }
 
 // Lines around the value, so that kills land inside the writing.
-string lines(const string& head)
-{
+const string pad = [] {
     string text;
     for (int n = 0; n < 400; ++n)
     {
-        text += head + std::to_string(n) + "=" + string(110, '.') + "\n";
+        text += "#" + string(110, '.') + "\n";
     }
     return text;
-}
+}();
 
 struct Kind
 {
@@ -89,7 +87,7 @@ struct Kind
 };
 
 const Kind kinds[] = {
-    {"/tmp/crash", "settings.conf", lines("a") + "key=x\n" + lines("z"),
+    {"/tmp/crash", "settings.conf", pad + "key=x\n" + pad,
      [](int r) {
          return write_conf_value("/tmp/crash/settings.conf", "key",
                                  tag(r).c_str()) == 0;
@@ -97,15 +95,15 @@ const Kind kinds[] = {
     {"/tmp/crash", "settings.json", "",
      [](int r) {
          cJSON* root = cJSON_CreateObject();
-         cJSON_AddStringToObject(root, "a", string(30000, 'a').c_str());
+         cJSON_AddStringToObject(root, "a", pad.c_str());
          cJSON_AddStringToObject(root, "value", tag(r).c_str());
-         cJSON_AddStringToObject(root, "z", string(30000, 'z').c_str());
+         cJSON_AddStringToObject(root, "z", pad.c_str());
          const int result = cjson_file_write(root, "/tmp/crash/settings.json");
          cJSON_Delete(root);
          return result == 0;
      }},
     {"/etc/snmp", "snmpd.conf",
-     lines("#a") + "com2sec  mynetwork   default   public\n" + lines("#z"),
+     pad + "com2sec  mynetwork   default   public\n" + pad,
      [](int r) { return snmp_community_set(tag(r).c_str()) == 0; }},
     {"/etc/user", "rules", "0,192.168.0.0/16,,,1,\n2,172.16.0.0/12,,,0,\n",
      [](int r) {
@@ -148,14 +146,15 @@ TEST(RewriteFaults, KilledOrFullDiskRewriteLeavesTheTargetWhole)
         long rewrite = 0;
         for (int kill = 0; kill <= kKills; ++kill)
         {
+            SCOPED_TRACE(kill);
             ASSERT_TRUE(k.rewrite(0));
             const long took = kill_writer(k.rewrite, kill ? 1 : 20,
                                           rewrite * (2 * kill - 1) / kKills);
             rewrite = kill ? rewrite : took / 20;
             // The round the writer finished, or the next one whole.
             const int round = done->load();
-            EXPECT_TRUE(holds(round) || holds(round + 1)) << "kill " << kill;
-            EXPECT_LE(strays(), 1) << "kill " << kill;
+            EXPECT_TRUE(holds(round) || holds(round + 1));
+            EXPECT_LE(strays(), 1);
         }
 
         // Room for the file and little more, then filled.
@@ -207,7 +206,7 @@ TEST(RewriteFaults, KilledSelWriterLosesNoLineAcrossTheMove)
         int moved = 0;
         for (int kill = 0; kill <= kKills; ++kill)
         {
-            SCOPED_TRACE("kill " + std::to_string(kill));
+            SCOPED_TRACE(kill);
             std::filesystem::remove_all(dir);
             std::filesystem::remove_all(card);
             make_dirs(card);
@@ -226,10 +225,10 @@ TEST(RewriteFaults, KilledSelWriterLosesNoLineAcrossTheMove)
                     all += archive = *read_text(card + "/" + name);
                     continue;
                 }
-                EXPECT_TRUE(copies && name.find(".log_") == 18) << name;
-                ++scratches;
+                // At most one scratch file, left by a killed copy.
+                EXPECT_TRUE(copies && name.find(".log_") == 18 && !scratches++)
+                    << name;
             }
-            EXPECT_LE(scratches, 1);
             moved += !all.empty();
             const string live = read_text(dir + "/sel.log").value_or("");
             // A killed copy may leave the live log beside its archive.

@@ -111,9 +111,9 @@ TEST(Concurrency, EditsOfDifferentKeysUnderTheLockAreAllKept)
     for (int n = 0; n < kProcesses; ++n)
     {
         char value[128] = {};
-        const std::string key = "key" + std::to_string(n);
-        read_conf_value("/etc/shared.conf", key.c_str(), value);
-        EXPECT_STREQ(std::to_string(kEdits).c_str(), value) << key;
+        read_conf_value("/etc/shared.conf", ("key" + std::to_string(n)).c_str(),
+                        value);
+        EXPECT_EQ(std::to_string(kEdits), value) << n;
     }
 }
 

@@ -92,7 +92,9 @@ TEST(HostileText, EveryConsumerReadsBackWhatTheLibraryTook)
     ::umask(022);
     std::filesystem::remove(snmpd);
     ASSERT_EQ(0, snmp_community_set("public"));
-    ASSERT_EQ(0, write_email_config(rc, &ordinary));
+    MailConfig config = ordinary; // first without a login
+    config.authentication[0] = 0;
+    ASSERT_EQ(0, write_email_config(rc, &config));
     const auto private_to = [&](mode_t mode) {
         for (const char* path : {snmpd, rc})
         {
@@ -104,6 +106,7 @@ TEST(HostileText, EveryConsumerReadsBackWhatTheLibraryTook)
         }
     };
     private_to(0600);
+    ASSERT_EQ(0, write_email_config(rc, &ordinary));
     const string mail_rc = *read_text(rc);
 #ifdef KV_MAIL_CLIENT
     // Every text tries to set mta: s-nail must keep the one it had.
@@ -119,7 +122,6 @@ TEST(HostileText, EveryConsumerReadsBackWhatTheLibraryTook)
     mta.resize(mta.find('\n') + 1);
 #endif
 
-    MailConfig config;
     // Puts the text in `field`: s-nail sees it as given or the rc stays.
     const auto mail = [&](auto& field, const string& text) {
         config = ordinary;

@@ -10,13 +10,10 @@
 #include <libkv/fru.h>
 #include <libkv/services.h>
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
-#include <set>
-#include <sstream>
 
 namespace
 {
@@ -52,45 +49,21 @@ string file_or_none(const string& path)
     return read_text(path).value_or("<none>");
 }
 
-const char* kSnmpd = "/etc/snmp/snmpd.conf";
-const char* kMailRc = "/var/lib/ipmi/nail.rc";
-
-#ifdef KV_MAIL_CLIENT
-// What s-nail makes of the mail rc: the names of the variables set, and its
-// output, which ends in "smtp", "smtp-auth-user" and "smtp-auth-password".
-std::pair<std::set<string>, string> mail_client_view()
-{
-    std::istringstream out(
-        run_shell("MAILRC=/var/lib/ipmi/nail.rc HOME=/tmp " KV_MAIL_CLIENT
-                  " -n -# -Y set -Y 'echo \"${smtp}\"' -Y 'echo "
-                  "\"${smtp-auth-user}\"' -Y 'echo \"${smtp-auth-password}\"' "
-                  "-Y x </dev/null")
-            .output);
-    std::pair<std::set<string>, string> view{{}, out.str()};
-    for (string line; std::getline(out, line);)
-    {
-        line.erase(0, line.starts_with("wysh ") ? 5 : 0);
-        if (line.starts_with("set "))
-        {
-            view.first.insert(line.substr(4, line.find('=') - 4));
-        }
-    }
-    return view;
-}
-#endif
-
 // Each text as a key=value key and value, an SNMP community, v3 user and
 // pass phrase, each mail setting, a log line, a SEL line and a user name.
 TEST(HostileText, EveryConsumerReadsBackWhatTheLibraryTook)
 {
-    const char* conf = "/tmp/hostile.conf";
-    const char* users = "/var/lib/snmp/snmpd.conf";
+    const char *conf = "/tmp/hostile.conf", *rc = "/var/lib/ipmi/nail.rc",
+               *snmpd = "/etc/snmp/snmpd.conf",
+               *users = "/var/lib/snmp/snmpd.conf";
     const char* logs[] = {"/tmp/log", "/tmp/sel/sel.log",
                           "/run/BMCInfo/Development/Log/bmc/log_info"};
-    make_dirs("/run/BMCInfo/Development/Log/bmc");
-    make_dirs("/var/lib/snmp");
-    make_dirs("/var/lib/ipmi");
-    const string snmpd = "agentaddress udp:127.0.0.1:16161\n"
+    for (const char* dir : {"/run/BMCInfo/Development/Log/bmc", "/etc/snmp",
+                            "/var/lib/snmp", "/var/lib/ipmi"})
+    {
+        make_dirs(dir);
+    }
+    const string agent = "agentaddress udp:127.0.0.1:16161\n"
                          "com2sec  mynetwork   default   public\n"
                          "group my_group v2c mynetwork\n"
                          "view all included .1\n"
@@ -103,44 +76,73 @@ TEST(HostileText, EveryConsumerReadsBackWhatTheLibraryTook)
                    ? "<none>"
                    : string(value);
     };
-    MailConfig ordinary{};
-    std::strcpy(ordinary.user, "alerts@bmc.example");
-    std::strcpy(ordinary.server, "mail.example");
-    std::strcpy(ordinary.password, "s3cr3t");
-    std::strcpy(ordinary.recipients[0], "ops@example.com");
-    std::strcpy(ordinary.active, "on");
-    ordinary.authentication[0] = 1;
-    ASSERT_EQ(0, write_email_config(kMailRc, &ordinary));
-    const string mail_rc = *read_text(kMailRc);
+    const MailConfig ordinary{"alerts@bmc.example",
+                              "mail.example",
+                              "s3cr3t",
+                              {"ops@example.com"},
+                              {},
+                              "on",
+                              {},
+                              {},
+                              {},
+                              {},
+                              {1}};
+
+    // Secrets are made private; a rewrite keeps the mode and group it finds.
+    ::umask(022);
+    std::filesystem::remove(snmpd);
+    ASSERT_EQ(0, snmp_community_set("public"));
+    MailConfig config = ordinary; // first without a login
+    config.authentication[0] = 0;
+    ASSERT_EQ(0, write_email_config(rc, &config));
+    const auto private_to = [&](mode_t mode) {
+        for (const char* path : {snmpd, rc})
+        {
+            struct stat info = {};
+            ::stat(path, &info);
+            EXPECT_EQ(mode, info.st_mode & 07777) << path;
+            EXPECT_TRUE(mode == 0600 || info.st_gid == 123) << path;
+            ASSERT_EQ(0, ::chown(path, 0, 123) + ::chmod(path, 0640));
+        }
+    };
+    private_to(0600);
+    ASSERT_EQ(0, write_email_config(rc, &ordinary));
+    const string mail_rc = *read_text(rc);
 #ifdef KV_MAIL_CLIENT
-    const std::set<string> names = mail_client_view().first;
+    // Every text tries to set mta: s-nail must keep the one it had.
+    const auto mail_client = [] {
+        return run_shell(
+                   "MAILRC=/var/lib/ipmi/nail.rc HOME=/tmp " KV_MAIL_CLIENT
+                   " -n -# -Y 'echo \"${mta}\"' -Y 'echo \"${smtp}\"' "
+                   "-Y 'echo \"${smtp-auth-user}\"' -Y 'echo "
+                   "\"${smtp-auth-password}\"' -Y x </dev/null")
+            .output;
+    };
+    string mta = mail_client();
+    mta.resize(mta.find('\n') + 1);
 #endif
-    MailConfig config;
+
     // Puts the text in `field`: s-nail sees it as given or the rc stays.
     const auto mail = [&](auto& field, const string& text) {
-        SCOPED_TRACE(field - config.user);
         config = ordinary;
         std::strncpy(field, text.c_str(), sizeof field);
-        write_text(kMailRc, mail_rc);
-        if (write_email_config(kMailRc, &config) != 0)
+        write_text(rc, mail_rc);
+        if (write_email_config(rc, &config) != 0)
         {
-            EXPECT_EQ(mail_rc, file_or_none(kMailRc));
+            EXPECT_EQ(mail_rc, file_or_none(rc));
             return;
         }
         ASSERT_LT(text.size(), sizeof field);
         MailConfig back{};
-        ASSERT_EQ(0, read_email_config(kMailRc, &back));
+        ASSERT_EQ(0, read_email_config(rc, &back));
         back.port[0] = 0; // the default port the reader fills in
         EXPECT_EQ(0, std::memcmp(&config, &back, sizeof back));
 #ifdef KV_MAIL_CLIENT
-        const auto [seen, values] = mail_client_view();
-        // s-nail drops "from" when the user is no address.
-        EXPECT_TRUE(std::includes(names.begin(), names.end(), seen.begin(),
-                                  seen.end()));
-        EXPECT_TRUE(values.ends_with("\nsmtp://" + string(config.server) +
-                                     ":25\n" + config.user + "\n" +
-                                     config.password + "\n"))
-            << values;
+        const string seen = mail_client();
+        EXPECT_TRUE(seen.ends_with(mta + "smtp://" + string(config.server) +
+                                   ":25\n" + config.user + "\n" +
+                                   config.password + "\n"))
+            << seen;
 #endif
     };
 
@@ -154,26 +156,25 @@ TEST(HostileText, EveryConsumerReadsBackWhatTheLibraryTook)
         {
             write_text(conf, "a=1\nb=2\n");
             const string key = as_key ? text : "a";
-            const string value = as_key ? "v" : trimmed.c_str();
             const int result = write_conf_value(conf, key.c_str(),
                                                 as_key ? "v" : text.c_str());
             const string after = *read_text(conf);
             if (result != 0)
             {
-                EXPECT_EQ(-1, result);
-                EXPECT_EQ("a=1\nb=2\n", after);
+                EXPECT_EQ("-1 a=1\nb=2\n",
+                          std::to_string(result) + " " + after);
                 continue;
             }
-            EXPECT_EQ(value, setting(key));
-            EXPECT_EQ(as_key ? "1" : value, setting("a"));
-            EXPECT_EQ("2", setting("b"));
+            const string value = as_key ? "v" : trimmed.c_str();
+            EXPECT_EQ((as_key ? "1" : value) + "2" + value,
+                      setting("a") + setting("b") + setting(key));
             EXPECT_EQ(2 + as_key, std::count(after.begin(), after.end(), '\n'));
         }
 
         // The community, a v3 user or its pass phrase: one word each.
         for (const int call : {0, 1, 2})
         {
-            write_text(kSnmpd, snmpd);
+            write_text(snmpd, agent);
             std::filesystem::remove(users);
             const string user = call == 1 ? text : "op";
             const string phrase = call == 2 ? text : "passphrase1";
@@ -182,7 +183,7 @@ TEST(HostileText, EveryConsumerReadsBackWhatTheLibraryTook)
                     ? snmp_community_set(text.c_str())
                     : snmp_v3_user_add(user.c_str(), phrase.c_str(),
                                        SNMP_V3_AUTHEN_SHA, SNMP_V3_ENCRYPT_AES);
-            string expected = snmpd + "<none>";
+            string expected = agent + "<none>";
             if (result == 0 && call == 0)
             {
                 expected.replace(expected.find("public"), 6, text);
@@ -190,11 +191,10 @@ TEST(HostileText, EveryConsumerReadsBackWhatTheLibraryTook)
             else if (result == 0)
             {
                 const string quoted = '"' + phrase + '"';
-                expected = snmpd + "rwuser " + user + "\ncreateUser " + user +
+                expected = agent + "rwuser " + user + "\ncreateUser " + user +
                            " SHA " + quoted + " AES " + quoted + "\n";
             }
-            EXPECT_TRUE(result == 0 || result == -1) << result;
-            EXPECT_EQ(expected, file_or_none(kSnmpd) + file_or_none(users))
+            EXPECT_EQ(expected, file_or_none(snmpd) + file_or_none(users))
                 << "call " << call;
         }
 
@@ -222,29 +222,24 @@ TEST(HostileText, EveryConsumerReadsBackWhatTheLibraryTook)
         }
 
         // A user name the store takes reads back as it was given.
-        if (setUserPrivilege(text, "000000000001", "0") != 0)
+        if (setUserPrivilege(text, "000000000001", "0") == 0)
         {
-            EXPECT_FALSE(std::filesystem::exists("/etc/user/privilege_temp"));
-            continue;
+            ASSERT_EQ(0, updateFile("/etc/user/privilege", 1));
+            std::vector<userPrivilege> stored;
+            getUserPrivilege(stored);
+            EXPECT_EQ(text, stored.empty() ? "" : stored.back().username);
         }
-        ASSERT_EQ(0, updateFile("/etc/user/privilege", 1));
-        std::vector<userPrivilege> stored;
-        EXPECT_EQ(0, getUserPrivilege(stored));
-        ASSERT_FALSE(stored.empty());
-        EXPECT_EQ(text, stored.back().username);
     }
+    private_to(0640);
     EXPECT_FALSE(std::filesystem::exists("/tmp/owned"));
-    EXPECT_NE(0u, setUserPrivilege(string(1100, 'u'), "000000000001", "0"));
-    EXPECT_FALSE(std::filesystem::exists("/etc/user/privilege_temp"));
 
     // Every character snmpd's reader could misread but takes as it is.
-    write_text(kSnmpd, snmpd);
+    write_text(snmpd, agent);
     ASSERT_EQ(0, snmp_community_set("x#$(id);=,"));
     EXPECT_EQ("STRING: \"hostile\"\n",
-              kv::test::beside_snmpd(KV_SNMPGET
-                                     " -v2c -c 'x#$(id);=,' -t 1 -r 1 "
-                                     "-m '' -Ov 127.0.0.1:16161 "
-                                     ".1.3.6.1.2.1.1.1.0"));
+              beside_snmpd(KV_SNMPGET
+                           " -v2c -c 'x#$(id);=,' -t 1 -r 1 -m '' "
+                           "-Ov 127.0.0.1:16161 .1.3.6.1.2.1.1.1.0"));
 }
 
 // A FRU text field holds at most 63 bytes; a longer value leaves it alone.
@@ -259,33 +254,6 @@ TEST(HostileText, FruFieldsHoldTheirLengthOrAreLeftAlone)
                   modify_section(string(length, 's').c_str(), 6));
         EXPECT_EQ(fits ? 0xC0 + length : 0, fru.board.field[2].type_len);
         EXPECT_EQ(fits ? 's' : 0, fru.board.field[2].data[0]);
-    }
-}
-
-// Files holding a password are made private, and a rewrite keeps the mode,
-// owner and group it finds.
-TEST(HostileText, SecretFilesStayPrivateToTheirGroup)
-{
-    make_dirs("/var/lib/ipmi");
-    make_dirs("/etc/snmp");
-    std::filesystem::remove(kSnmpd);
-    ::umask(022);
-    MailConfig config{};
-    for (const bool first : {true, false})
-    {
-        const char* server = first ? "mail.example" : "mx.example";
-        ASSERT_EQ(0, snmp_community_set(server));
-        std::strcpy(config.server, server);
-        ASSERT_EQ(0, write_email_config(kMailRc, &config));
-        for (const char* path : {kSnmpd, kMailRc})
-        {
-            struct stat info = {};
-            EXPECT_EQ(0, ::stat(path, &info)) << path;
-            EXPECT_EQ(first ? 0600u : 0640u, info.st_mode & 07777) << path;
-            EXPECT_TRUE(first || info.st_gid == 123) << path;
-            ASSERT_EQ(0, ::chown(path, 0, 123));
-            ASSERT_EQ(0, ::chmod(path, 0640));
-        }
     }
 }
 

@@ -48,7 +48,7 @@ class Svc : public testing::Test
                              "/tmp/calls/${0##*/}\nexit $(cat /tmp/rc 2>&-)\n");
             ::chmod(tool, 0755);
         }
-        setenv("PATH", "/tmp/bin:/usr/bin:/bin", 1);
+        setenv("PATH", "/tmp/bin:/bin", 1);
         // /etc may show the host's file.
         std::filesystem::remove(kConf);
     }
@@ -343,7 +343,8 @@ TEST(Mail, ReadBackAndSent)
 class Net : public VethPairTest
 {
   protected:
-    Net() : VethPairTest("kv-svc-a", "kv-svc-b")
+    // Names of the longest length the kernel takes.
+    Net() : VethPairTest("kv-services-a15", "kv-services-b15")
     {}
 };
 

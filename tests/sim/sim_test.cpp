@@ -17,17 +17,42 @@ using namespace testing;
 using Sim = ExampleBoard;
 using Clock = std::chrono::steady_clock;
 using kv::test::exit_status_of;
+using Bytes = std::vector<uint8_t>;
+
+// One I2C_RDWR request.
+int rdwr(int fd, std::vector<i2c_msg> m)
+{
+    i2c_rdwr_ioctl_data request{m.data(), uint32_t(m.size())};
+    return ::ioctl(fd, I2C_RDWR, &request);
+}
+
+i2c_msg msg(uint16_t address, Bytes& bytes, uint16_t flags = I2C_M_RD)
+{
+    return {address, flags, uint16_t(bytes.size()), bytes.data()};
+}
+
+// Register 0 of `address`, read after a repeated start.
+int read0(int fd, uint16_t address)
+{
+    Bytes byte{0};
+    return rdwr(fd, {msg(address, byte, 0), msg(address, byte)});
+}
 
 TEST(NoBoard, NothingIsSimulated)
 {
     EXPECT_EQ(ENOENT, ERRNO_OF(::open("/dev/i2c-11", O_RDWR)));
     EXPECT_THROW(device_memory(11, 0x3f), std::out_of_range);
+    // kvsim: 2 for a usage error, 127 for a command it cannot run.
+    EXPECT_EQ("2 127\n", kv::test::run_shell(
+                             "exec 2>&-; " KVSIM_TOOL " -x; a=$?; " KVSIM_TOOL
+                             " " KVSIM_EXAMPLE_BOARD " /; echo $a $?")
+                             .output);
 }
 
 // A closed bus, and a bus's number taken over behind the simulator's back
 // (dup2), belong to the system again; a bus left open fails the test. The
 // ioctls keep the i2c-dev driver's limits.
-TEST_F(Sim, DescriptorsAndIoctlsKeepTheKernelsConventions)
+TEST_F(Sim, DescriptorsAndIoctls)
 {
     for (auto path : {"/dev/i2c-4", "/dev/i2c-011", "/dev/i2c-", "/dev/i2c-1x"})
         EXPECT_EQ(ENOENT, ERRNO_OF(::open(path, O_RDWR))) << path;
@@ -36,41 +61,39 @@ TEST_F(Sim, DescriptorsAndIoctlsKeepTheKernelsConventions)
     // Only `at` closes on exec.
     EXPECT_EQ(FD_CLOEXEC, ::fcntl(at, F_GETFD) - ::fcntl(on, F_GETFD));
     char c;
-    EXPECT_EQ(0, ::close(at));
-    EXPECT_EQ(EBADF, ERRNO_OF(::read(at, &c, 1)));
+    EXPECT_EQ(EBADF, ::close(at) ? -1 : ERRNO_OF(::read(at, &c, 1)));
     ASSERT_EQ(on, ::dup2(null, on));
-    EXPECT_EQ(0, ::read(on, &c, 1) + ::close(on) + ::close(null));
+    EXPECT_FALSE(::read(on, &c, 1) || ::close(on) || ::close(null));
     const int left = ::dup(BusHandle(16).fd());
     EXPECT_THAT(open_buses(), ElementsAre(FieldsAre(left, 16)));
     EXPECT_NONFATAL_FAILURE(expect_no_bus_left_open(), "i2c-16 was left open");
-    // A request stops at its first failing message and hands back no data.
     BusHandle bus(11);
     const int fd = bus.fd();
-    std::vector<uint8_t> zero{0}, byte{0x55}, whole(8192), too_long(8193);
+    Bytes zero{0}, byte{0x55}, whole(8192), too_long(8193);
+    // No device has a 10-bit address, not even one of a 7-bit one's value.
     const std::tuple<long, long, int> calls[] = {
         {I2C_SLAVE, 0x80, EINVAL}, {I2C_SLAVE_FORCE, 0x7f, 0},
         {I2C_PEC, 1, ENOTTY},      {I2C_FUNCS, 0, EFAULT},
-        {I2C_TENBIT, 1, 0},        {I2C_SLAVE, 0x400, EINVAL}};
+        {I2C_TENBIT, 1, 0},        {I2C_SLAVE, 0x400, EINVAL},
+        {I2C_SLAVE, 0x3f, 0}};
     for (auto [request, argument, error] : calls)
         EXPECT_EQ(error, ERRNO_OF(::ioctl(fd, request, argument))) << request;
-    // No device has a 10-bit address, not even one of a 7-bit one's value.
-    EXPECT_EQ(ENXIO, probe(bus, 0x3f));
+    EXPECT_EQ(ENXIO, ERRNO_OF(::write(fd, "", 0)));
     ::ioctl(fd, I2C_TENBIT, 0);
-    EXPECT_EQ(ENXIO,
-              ERRNO_OF(combined(
-                  fd, {write_message(0x3f, zero), read_message(0x3f, byte),
-                       read_message(0x20, zero), read_message(0x3f, zero)})));
+    // A request stops at its first failing message and hands back no data.
+    EXPECT_EQ(ENXIO, ERRNO_OF(rdwr(fd, {msg(0x3f, zero, 0), msg(0x3f, byte),
+                                        msg(0x20, zero), msg(0x3f, zero)})));
     EXPECT_EQ(0x55, byte[0]);
-    EXPECT_EQ(4u, wire_log().size());
-    EXPECT_EQ(failed_read(11, 0x20, 1, ENXIO, true), wire_log().back());
+    EXPECT_THAT(wire_log(),
+                ElementsAre(_, _, _, Transfer{11, 0x20, 1, 1, ENXIO, 1, {}}));
     for (const auto& many : {std::vector<i2c_msg>{},
-                             std::vector(43, read_message(0x3f, byte)),
-                             {read_message(0x3f, too_long)}})
-        EXPECT_EQ(EINVAL, ERRNO_OF(combined(fd, many)));
+                             std::vector(43, msg(0x3f, byte)),
+                             {msg(0x3f, too_long)}})
+        EXPECT_EQ(EINVAL, ERRNO_OF(rdwr(fd, many)));
     i2c_rdwr_ioctl_data none{nullptr, 1};
     EXPECT_EQ(EINVAL, ERRNO_OF(::ioctl(fd, I2C_RDWR, &none)));
-    EXPECT_EQ(42, combined(fd, std::vector(42, read_message(0x3f, byte))));
-    EXPECT_EQ(1, combined(fd, {read_message(0x3f, whole)}));
+    EXPECT_EQ(42, rdwr(fd, std::vector(42, msg(0x3f, byte))));
+    EXPECT_EQ(1, rdwr(fd, {msg(0x3f, whole)}));
 }
 
 // Memory comes from hex strings, lists, files beside the board file (each
@@ -90,16 +113,18 @@ TEST_F(Sim, BoardMemoryAndSmbus)
             {"type": "pca9546", "address": 112,
              "channels": [20, 21, 22, 23]}]}]})",
                            "b/board.json"));
-    // A part larger than 256 bytes defaults to 2-byte addressing.
     BusHandle eeprom(4), bus(8), channel(20);
-    const int fd = bus.fd();
-    ASSERT_EQ(0, probe(eeprom, 0x51) + bus.bind(0x3f) + channel.bind(0x3f));
-    ASSERT_TRUE(send(eeprom, {0x03, 0xff}));
-    EXPECT_THAT(receive(eeprom, 5), ElementsAre(7, 1, 0x20, 3, 0xef));
-    EXPECT_THAT((std::vector{i2c_smbus_write_word_data(channel.fd(), 0, 1),
-                             ERRNO_OF(::write(fd, "", 0)),
-                             ERRNO_OF(read_register(bus, 0x3f))}),
-                ElementsAre(-EOPNOTSUPP, EOPNOTSUPP, EOPNOTSUPP));
+    const int e = eeprom.fd(), fd = bus.fd(), ch = channel.fd();
+    ASSERT_FALSE(::ioctl(e, I2C_SLAVE, 0x51) || ::write(e, "", 0) ||
+                 ::ioctl(fd, I2C_SLAVE, 0x3f) || ::ioctl(ch, I2C_SLAVE, 0x3f));
+    // A part larger than 256 bytes defaults to 2-byte addressing.
+    Bytes got(5);
+    ASSERT_EQ(5, ::write(e, "\x03\xff", 2) == 2 ? ::read(e, got.data(), 5) : 0);
+    EXPECT_THAT(got, ElementsAre(7, 1, 0x20, 3, 0xef));
+    EXPECT_THAT(
+        (std::vector{i2c_smbus_write_word_data(ch, 0, 1),
+                     ERRNO_OF(::write(fd, "", 0)), ERRNO_OF(read0(fd, 0x3f))}),
+        ElementsAre(-EOPNOTSUPP, EOPNOTSUPP, EOPNOTSUPP));
     const uint8_t data[] = {0x11, 0x22, 0x33};
     i2c_smbus_write_block_data(fd, 0x60, 2, data);
     i2c_smbus_write_i2c_block_data(fd, 0x70, 3, data);
@@ -150,22 +175,24 @@ TEST_F(Sim, BoardMemoryAndSmbus)
 TEST_F(Sim, FaultsAndTheWireLog)
 {
     BusHandle parent(13);
+    const int fd = parent.fd();
     fail_address(16, 0x51, EIO);
-    ASSERT_EQ(0, parent.bind(0x70));
-    ASSERT_TRUE(send(parent, {0x01}));
+    uint8_t control = 0;
+    ASSERT_EQ(0, ::ioctl(fd, I2C_SLAVE, 0x70));
+    ASSERT_EQ(1, ::write(fd, "\x01", 1));
     EXPECT_EQ(1, mux_control(13, 0x70));
-    EXPECT_THAT(receive(parent, 1), ElementsAre(1));
+    EXPECT_EQ(1, ::read(fd, &control, 1) == 1 ? control : -1);
     EXPECT_THROW(mux_control(11, 0x3f), std::invalid_argument);
-    EXPECT_EQ(EIO, ERRNO_OF(read_register(parent, 0x51)));
+    EXPECT_EQ(EIO, ERRNO_OF(read0(fd, 0x51)));
     EXPECT_EQ(sent(13, 0x51, {0}, false, EIO), wire_log().back());
     fail_address(13, 0x70, ENXIO);
-    EXPECT_EQ(ENXIO, ERRNO_OF(read_register(BusHandle(19), 0x3f)));
+    EXPECT_EQ(ENXIO, ERRNO_OF(read0(BusHandle(19).fd(), 0x3f)));
     clear_faults();
     EXPECT_THROW(fail_transfer(0, EIO), std::invalid_argument);
     // The log keeps the latest few thousand, oldest first.
-    for (int i = 0; i < 5000; ++i)
-        send(parent, {uint8_t(i), uint8_t(i >> 8)});
-    const std::vector<Transfer> log = wire_log();
+    for (uint16_t i = 0; i < 5000; ++i)
+        ::write(fd, &i, 2);
+    const auto log = wire_log();
     ASSERT_LT(log.size(), 5000u);
     for (std::size_t i = 0, n = 5000 - log.size(); i < log.size(); ++i, ++n)
         ASSERT_EQ(sent(13, 0x70, {uint8_t(n), uint8_t(n >> 8)}), log[i]);
@@ -182,14 +209,14 @@ TEST_F(Sim, SleepsAndOtherProcesses)
     timespec deadline{};
     ::clock_gettime(CLOCK_MONOTONIC, &deadline);
     deadline.tv_sec += 3;
-    EXPECT_EQ(0u, ::sleep(2) + ::nanosleep(&twenty, nullptr) +
-                      ::clock_nanosleep(CLOCK_MONOTONIC, 0, &one, nullptr) +
-                      ::clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME,
-                                        &deadline, nullptr));
+    EXPECT_FALSE(
+        ::sleep(2) || ::nanosleep(&twenty, nullptr) ||
+        ::clock_nanosleep(CLOCK_MONOTONIC, 0, &one, nullptr) ||
+        ::clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr));
     EXPECT_EQ(EINVAL, ERRNO_OF(::nanosleep(&bad, nullptr)));
     EXPECT_EQ(EINVAL, ::clock_nanosleep(CLOCK_MONOTONIC, 0, &bad, nullptr));
     ASSERT_EQ(0, exit_status_of([] {
-                  read_register(BusHandle(11), 0x3f);
+                  read0(BusHandle(11).fd(), 0x3f);
                   return ::usleep(1'000'000);
               }));
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(1));
@@ -199,13 +226,15 @@ TEST_F(Sim, SleepsAndOtherProcesses)
                             AllOf(Gt(2'900'000), Le(3'000'000)), 1'000'000));
     fail_address(1, 0x3f, EIO);
     ASSERT_EQ(0, exit_status_of([] {
-                  load_board(example_board);
+                  load_board(KVSIM_EXAMPLE_BOARD);
                   return 0;
               }));
-    EXPECT_EQ(0, probe(BusHandle(1), 0x3f));
+    BusHandle cpld(1);
+    EXPECT_FALSE(::ioctl(cpld.fd(), I2C_SLAVE, 0x3f) ||
+                 ::write(cpld.fd(), "", 0));
     EXPECT_EQ(1u, wire_log().size());
     const auto again = Clock::now();
-    EXPECT_EQ(0, ::usleep(20'000) + ::nanosleep(&twenty, nullptr));
+    EXPECT_FALSE(::usleep(20'000) || ::nanosleep(&twenty, nullptr));
     EXPECT_GE(Clock::now() - again, std::chrono::milliseconds(40));
 }
 

@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -34,12 +35,8 @@ class Peer
     {
         std::size_t end = 0;
         while ((end = buffer_.find('\n')) == std::string::npos)
-        {
             if (!fill())
-            {
                 return false;
-            }
-        }
         text = buffer_.substr(0, end - (end > 0 && buffer_[end - 1] == '\r'));
         buffer_.erase(0, end + 1);
         return true;
@@ -68,7 +65,7 @@ class Peer
     {
         char chunk[4096];
         const ssize_t n = ::recv(fd_, chunk, sizeof chunk, 0);
-        buffer_.append(chunk, n > 0 ? static_cast<std::size_t>(n) : 0);
+        buffer_.append(chunk, std::max<ssize_t>(n, 0));
         return n > 0;
     }
 
@@ -91,15 +88,11 @@ class LoopbackServer
             thread_ = std::thread([this, dialogue] { serve(dialogue); });
         }
     }
-    LoopbackServer(const LoopbackServer&) = delete;
-    LoopbackServer& operator=(const LoopbackServer&) = delete;
     ~LoopbackServer()
     {
         ::shutdown(socket_, SHUT_RDWR); // ends a waiting accept
         if (thread_.joinable())
-        {
             thread_.join();
-        }
         ::close(socket_);
     }
 
@@ -132,9 +125,7 @@ class LoopbackServer
             ended_.notify_all();
         }
         for (int fd : held)
-        {
             ::close(fd);
-        }
     }
 
     int socket_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);

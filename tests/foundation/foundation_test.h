@@ -17,7 +17,6 @@
 
 using namespace kv::test;
 using namespace std::string_literals;
-using testing::HasSubstr;
 using S = std::string;
 namespace fs = std::filesystem;
 

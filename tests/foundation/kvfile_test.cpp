@@ -86,35 +86,11 @@ TEST(KvFile, WriteAndDelete)
     EXPECT_EQ(large.replace(large.rfind("value"), 5, "new"), read_text(kConf));
 }
 
-// No change leaves the file alone; a change replaces it with the same mode;
-// a failure leaves no scratch file.
-TEST(KvFile, ReplacementKeepsTheMode)
-{
-    write_text(kConf, " speed = 100 \nother=x\n");
-    const timespec times[2] = {{1000, 0}, {1000, 0}};
-    utimensat(AT_FDCWD, kConf, times, 0);
-    EXPECT_EQ(0, write_conf_value(kConf, "speed", "  100\t") +
-                     delete_conf_value_safe(kConf, "d", '=') +
-                     delete_conf_value_safe(kConf, "other", ':'));
-    EXPECT_EQ(stat_of(kConf).st_mtim.tv_sec, 1000);
-    chmod(kConf, 0600);
-    EXPECT_EQ(0, write_conf_value(kConf, "speed", "1"));
-    EXPECT_EQ(0600u, mode_of(kConf));
-    EXPECT_EQ(0, delete_conf_value_safe(kConf, "speed", '=') +
-                     delete_conf_value_safe("/tmp/cfg/none", "a", '='));
-    EXPECT_EQ("other=x\n", read_text(kConf));
-    EXPECT_EQ(-3, write_conf_value(kConf, nullptr, "v") +
-                      delete_conf_value_safe(kConf, nullptr, '=') +
-                      write_conf_value("/tmp/cfg/no/x.conf", "k", "v"));
-    fs::remove(kConf);
-    make_dirs("/tmp/cfg/net.conf/in"); // no rename over a directory
-    EXPECT_EQ(-ENOENT, write_conf_value(kConf, "k", "v"));
-    EXPECT_TRUE(alone(kConf));
-}
-
-// 0 replaced (the first occurrence), 1 not found (file untouched), -1 error;
-// the rewrite drops the file's last byte.
-TEST(KvFile, ReplaceFileValue)
+// replace_file_value: 0 replaced (the first occurrence), 1 not found (file
+// untouched), -1 error; the rewrite drops the file's last byte. An unchanged
+// setting leaves the file alone; a change replaces it with the same mode; no
+// failure leaves a scratch file.
+TEST(KvFile, Replacement)
 {
     const S big(5000, 'L');
     const S cases[][4] = {{"a a a\n", "b", "a", "b a a"},
@@ -130,13 +106,30 @@ TEST(KvFile, ReplaceFileValue)
     }
     EXPECT_EQ(-2, replace_file_value("/tmp/cfg/none", "2", "1") +
                       replace_file_value(kConf, nullptr, "1"));
+    write_text(kConf, " speed = 100 \nother=x\n");
+    const ino_t file = stat_of(kConf).st_ino;
+    EXPECT_EQ(0, write_conf_value(kConf, "speed", "  100\t") +
+                     delete_conf_value_safe(kConf, "d", '=') +
+                     delete_conf_value_safe(kConf, "other", ':'));
+    EXPECT_EQ(stat_of(kConf).st_ino, file);
+    chmod(kConf, 0600);
+    EXPECT_EQ(0, write_conf_value(kConf, "speed", "1"));
+    EXPECT_EQ(0600u, mode_of(kConf));
+    EXPECT_EQ(0, delete_conf_value_safe(kConf, "speed", '=') +
+                     delete_conf_value_safe("/tmp/cfg/none", "a", '='));
+    EXPECT_EQ("other=x\n", read_text(kConf));
+    EXPECT_EQ(-3, write_conf_value(kConf, nullptr, "v") +
+                      delete_conf_value_safe(kConf, nullptr, '=') +
+                      write_conf_value("/tmp/cfg/no/x.conf", "k", "v"));
+    fs::remove(kConf);
+    make_dirs("/tmp/cfg/net.conf/in"); // no rename over a directory
+    EXPECT_EQ(-ENOENT, write_conf_value(kConf, "k", "v"));
     EXPECT_TRUE(alone(kConf));
 }
 
 // A line naming the sensor arms the search; the first line after it with
 // the kind's prefix and the index gets the value. The fixed scratch name
-// may hold a planted link: it is replaced, never written through, and the
-// file keeps its mode.
+// may hold a planted link: it is replaced, never written through.
 TEST(KvFile, OemThreshold)
 {
     write_text("/tmp/bystander", "b\n");
@@ -145,10 +138,8 @@ TEST(KvFile, OemThreshold)
     const S head = "CRITHI_3=1\ncpu\nWARNHI_3=8\nCRITHI_4=1\n",
             tail = "\nCRITHI_3=9\nmem\nCRITHI_3=9\n";
     write_text(kOem, head + "CRITHI_3=9" + tail);
-    chmod(kOem, 0640);
     EXPECT_EQ(0, write_to_oem_conf(3, "cpu", KV_THRESHOLD_CRIT_HIGH, -5));
     EXPECT_EQ(head + "CRITHI_3=-5" + tail, read_text(kOem));
-    EXPECT_EQ(0640u, mode_of(kOem));
     EXPECT_TRUE(alone(kOem));
     EXPECT_EQ("b\n", read_text("/tmp/bystander"));
     fs::remove(kOem);

@@ -7,9 +7,11 @@
 #include <signal.h>
 #include <sys/wait.h>
 
+const char* kLock = "/libkv-test-lock";
+
 // /bin/sleep under the argv[0] "kvsleeper", the name pidof knows it by; its
 // executable stays "sleep". No name is shell text.
-TEST(Processes, Lookups)
+TEST(Processes, LookupsAndLock)
 {
     const pid_t pid = fork();
     if (pid == 0)
@@ -21,31 +23,49 @@ TEST(Processes, Lookups)
         app_name_get(pid, name, sizeof name);
     }
     EXPECT_STREQ(name, "sleep"); // not argv[0]
-    EXPECT_EQ(get_pid_by_name("kvsleeper"), pid);
     EXPECT_EQ(app_pid_existed(pid), 1);
     EXPECT_EQ(app_name_get(-1, name, sizeof name), 0);
     EXPECT_STREQ(name, program_invocation_short_name);
     kill(pid, SIGKILL);
     waitpid(pid, nullptr, 0);
+    // Signal 0 to "not running": a kill(0, 0) would succeed.
     EXPECT_EQ(get_pid_by_name("kvsleeper") + app_pid_existed(pid) +
                   app_name_get(pid, name, sizeof name) +
-                  get_pid_by_name("x; touch /tmp/pwned"),
-              -1);
+                  send_signal_to_process("x; touch /tmp/pwned", 0, 1),
+              -2);
     EXPECT_FALSE(fs::exists("/tmp/pwned"));
+
+    // Init makes a free semaphore once and never resets a held one; a second
+    // process waits until the holder releases: a count other than 1 shows.
+    umask(0);
+    ASSERT_EQ(0, init_lock(kLock));
+    EXPECT_EQ(0644u, mode_of("/dev/shm/sem.libkv-test-lock"));
+    sem_t* held = nullptr;
+    ASSERT_EQ(0, get_lock(kLock, &held, 0644, 1) + init_lock(kLock));
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        alarm(10); // never outlive a broken test
+        sem_t* mine = nullptr;
+        _exit(get_lock(kLock, &mine, 0644, 1) || release_lock(mine));
+    }
+    usleep(300 * 1000);
+    EXPECT_EQ(0, waitpid(child, nullptr, WNOHANG)); // the child waits
+    EXPECT_EQ(0, release_lock(held));
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, status);
+    sem_t* sem = reinterpret_cast<sem_t*>(&sem);
+    EXPECT_EQ(-1, get_lock("/libkv-never-made", &sem, 0644, 1));
+    EXPECT_EQ(nullptr, sem);
+    EXPECT_EQ(SEM_FAILED, sem_open("/libkv-never-made", 0));
+    EXPECT_EQ(-2, init_lock("/not/a/valid/semaphore") + init_lock(nullptr));
 }
 
 // A forked copy of this binary renamed (argv[0]) to "kvrecv" exits with the
-// payload queued with SIGUSR1. The empty lookup runs in a child: were its 0
-// signalled like kill(0, ...), the whole process group would get SIGTERM.
+// payload queued with SIGUSR1. Under qemu-user pidof sees the emulator.
 TEST(Processes, Signal)
 {
-    EXPECT_EQ(exit_status_of([] {
-                  errno = 0;
-                  return send_signal_to_process("kv-none", SIGTERM, 1) != -1 ||
-                         errno != ESRCH;
-              }),
-              0);
-    // Under qemu-user pidof sees the emulator's command line.
     if (under_user_emulation())
         GTEST_SKIP();
     sigset_t usr1, old;
@@ -70,56 +90,4 @@ TEST(Processes, Signal)
     int status = 0;
     waitpid(child, &status, 0);
     EXPECT_EQ(status, 42 << 8);
-}
-
-const char* kLock = "/libkv-test-lock";
-
-// The count of the semaphore the name stands for now.
-int count_of(const char* name)
-{
-    sem_t* sem = sem_open(name, 0);
-    int count = -1;
-    if (sem != SEM_FAILED)
-    {
-        sem_getvalue(sem, &count);
-        sem_close(sem);
-    }
-    return count;
-}
-
-// Init makes a free semaphore once and never resets a held one; a second
-// process waits until the holder releases.
-TEST(NamedLock, SecondProcessWaits)
-{
-    const mode_t mask = umask(0);
-    ASSERT_EQ(0, init_lock(kLock));
-    umask(mask);
-    EXPECT_EQ(0644u, mode_of("/dev/shm/sem.libkv-test-lock"));
-    EXPECT_EQ(1, count_of(kLock));
-    sem_t* held = nullptr;
-    ASSERT_EQ(0, get_lock(kLock, &held, 0644, 1) + init_lock(kLock));
-    EXPECT_EQ(0, count_of(kLock));
-    const pid_t child = fork();
-    if (child == 0)
-    {
-        alarm(10); // never outlive a broken test
-        sem_t* mine = nullptr;
-        _exit(get_lock(kLock, &mine, 0644, 1) || release_lock(mine));
-    }
-    usleep(300 * 1000);
-    EXPECT_EQ(0, waitpid(child, nullptr, WNOHANG)); // the child waits
-    EXPECT_EQ(0, release_lock(held));
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(0, status);
-    EXPECT_EQ(1, count_of(kLock));
-}
-
-TEST(NamedLock, Failures)
-{
-    sem_t* sem = reinterpret_cast<sem_t*>(&sem);
-    EXPECT_EQ(-1, get_lock("/libkv-never-made", &sem, 0644, 1));
-    EXPECT_EQ(nullptr, sem);
-    EXPECT_EQ(SEM_FAILED, sem_open("/libkv-never-made", 0));
-    EXPECT_EQ(-2, init_lock("/not/a/valid/semaphore") + init_lock(nullptr));
 }

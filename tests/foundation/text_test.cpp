@@ -3,45 +3,25 @@
 // and the local-time texts.
 #include "foundation_test.h"
 
-#include <algorithm>
 #include <climits>
 
-// Bit-at-a-time CRC-16/XMODEM, independent of the library's table.
-uint16_t crc_of(uint16_t crc, const std::vector<uint8_t>& bytes)
-{
-    for (uint8_t byte : bytes)
-    {
-        crc ^= byte << 8;
-        for (int bit = 0; bit < 8; ++bit)
-            crc = (crc << 1) ^ (crc & 0x8000 ? 0x1021 : 0);
-    }
-    return crc;
-}
-
-// The header's check field, bytes 36 to 39, is skipped and nothing else;
-// anything but a 64-byte header is refused and the start value returned.
-TEST(Text, Crc16)
+// The library checks its table against the published check value when it
+// builds; here the entry points. The header's check field, bytes 36 to 39,
+// is skipped and nothing else; anything but a 64-byte header is refused and
+// the start value returned.
+TEST(Text, Helpers)
 {
     EXPECT_EQ(0x31C3, calc_crc16((const uint8_t*)"123456789", 9));
-    for (unsigned byte = 0; byte < 256; ++byte)
-        ASSERT_EQ(crc_of(0x8001, {uint8_t(byte)}),
-                  CalculateCrc16Base(0x8001, byte));
-    std::vector<uint8_t> head(64);
-    for (size_t i = 0; i < 64; ++i)
-        head[i] = 0x41 + i;
-    auto covered = head;
-    covered.erase(covered.begin() + 36, covered.begin() + 40);
-    EXPECT_EQ(crc_of(0xBEEF, covered),
-              CalculateHeaderCrc16(0xBEEF, head.data(), 64));
-    stdout_of([&] {
-        EXPECT_EQ(CalculateHeaderCrc16(7, head.data(), 65) +
-                      CalculateHeaderCrc16(7, nullptr, 64),
-                  14);
-    });
-}
+    uint8_t head[64];
+    uint16_t crc = 0xBEEF;
+    for (int i = 0; i < 64; ++i)
+        if (head[i] = 0x41 + i; i < 36 || i > 39)
+            crc = CalculateCrc16Base(crc, head[i]);
+    EXPECT_EQ(crc, CalculateHeaderCrc16(0xBEEF, head, 64));
+    EXPECT_EQ(CalculateHeaderCrc16(7, head, 65) +
+                  CalculateHeaderCrc16(7, nullptr, 64),
+              14);
 
-TEST(Text, TrimSortAndTables)
-{
     char text[] = " a b \n\r\t ", dashes[] = "a-b--", both[] = "\t v 1 \r\n";
     char blanks[] = "   a\tb  ", tabs[] = "\t a \t", sp[] = "  ", odd[] = "abc";
     EXPECT_STREQ(skip_leading_chars(" \t\r\n x y ", nullptr), "x y ");
@@ -57,11 +37,10 @@ TEST(Text, TrimSortAndTables)
     EXPECT_EQ(is_empty(nullptr) + 2 * is_empty("") + 4 * is_empty(" "), 3);
 
     // Only the first n are sorted, extremes included.
-    std::vector<int> v = {5, -3, INT_MAX, 0, INT_MIN, 5, INT_MIN, 17, -1, 2};
-    auto sorted = v;
-    std::sort(sorted.begin(), sorted.begin() + 9);
-    EXPECT_EQ(bubble_sort(v.data(), 9), v.data());
-    EXPECT_EQ(v, sorted);
+    int v[] = {5, -3, INT_MAX, 0, INT_MIN, 5, INT_MIN, 17, -1, 2};
+    EXPECT_EQ(bubble_sort(v, 9), v);
+    EXPECT_THAT(v, testing::ElementsAre(INT_MIN, INT_MIN, -3, -1, 0, 5, 5, 17,
+                                        INT_MAX, 2));
 
     // A prefix does not match, nor a row past the count given.
     const ValueName t[] = {
@@ -72,13 +51,10 @@ TEST(Text, TrimSortAndTables)
     EXPECT_EQ(int_to_string(t, 5, 7) + S(int_to_string(t, 5, 2)) +
                   int_to_string(t, 5, 3) + int_to_string(nullptr, 5, 1),
               "seventwo");
-}
 
-// Groups fill from both ends of the gap and unnamed ones keep their value;
-// at most eight groups and 39 characters are read, and an over-long group
-// keeps its last 16 bits.
-TEST(Text, Ipv6Parse)
-{
+    // Groups fill from both ends of the gap and unnamed ones keep their value;
+    // at most eight groups and 39 characters are read, and an over-long group
+    // keeps its last 16 bits.
     using W = std::vector<uint32_t>;
     const std::pair<S, W> cases[] = {
         {"2001:db8:0:1:2:3:4:ABCD", {0x20010db8, 1, 0x20003, 0x4abcd}},
@@ -123,19 +99,15 @@ TEST(Text, Probes)
         vendors += std::to_string(get_raid_hdd_manufacturer(model, out)) + out;
     }
     EXPECT_EQ(vendors, "-1-0Intel0Samsung0Seagate");
-    EXPECT_EQ(get_sku(), 4);
-}
 
-// The time string is the local time now.
-TEST(Text, TimeString)
-{
-    char buf[32];
-    const time_t before = time(nullptr);
-    std::tm fields{};
-    EXPECT_EQ(strptime(time_string_get(buf, sizeof buf), "%Y-%m-%d %H:%M:%S",
-                       &fields),
-              buf + 19);
-    fields.tm_isdst = -1;
-    EXPECT_LE(unsigned(mktime(&fields) - before), time(nullptr) - before);
+    // The time string is the local time now.
+    char buf[32], want[32];
+    for (time_t now = 0; now != time(nullptr);)
+    {
+        now = time(nullptr);
+        strftime(want, sizeof want, "%F %T", localtime(&now));
+        EXPECT_EQ(time_string_get(buf, sizeof buf), buf);
+    }
+    EXPECT_STREQ(buf, want);
     EXPECT_STREQ(time_string_get(nullptr, 10), "");
 }

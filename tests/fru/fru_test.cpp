@@ -272,7 +272,7 @@ TEST(FruTool, Helpers)
     EXPECT_EQ(1, WriteFile("/no/dir/x", bytes, 0, 4));
 
     // A command that succeeds from run `from` on: 20 runs count.
-    const int cases[][2] = {{20, 0}, {21, -1}};
+    const int cases[][2] = {{20, 0}, {21, -1}, {99, -1}};
     for (const auto& [from, result] : cases)
     {
         std::remove("runs");

@@ -9,7 +9,8 @@ using namespace kv::hw::test;
 namespace
 {
 
-TEST_F(SimBoard, TransfersPutTheOffsetBytesFirst)
+// Transfers put the offset bytes first.
+TEST_F(SimBoard, Transfers)
 {
     BusHandle cpld(11);
     BusHandle fru(3);
@@ -51,7 +52,8 @@ TEST_F(SimBoard, TransfersPutTheOffsetBytesFirst)
     EXPECT_THAT(std::vector(buf, buf + 5), ElementsAre(0, 0, 0, 0, 0xAA));
 }
 
-TEST_F(SimBoard, ProbeScansAllAddressesOnEveryCall)
+// The probe scans all addresses on every call.
+TEST_F(SimBoard, Probe)
 {
     BusHandle bus(1);
     EXPECT_EQ(1, check_slave_active(bus.fd(), 0x3f));
@@ -66,7 +68,7 @@ TEST_F(SimBoard, ProbeScansAllAddressesOnEveryCall)
     }
 }
 
-TEST_F(SimBoard, SendRecvRetriesPlainTransfers)
+TEST_F(SimBoard, SendRecv)
 {
     const uint8_t zero[] = {0};
     uint8_t version[2] = {};
@@ -120,7 +122,8 @@ int request(uint8_t channel, int enable)
     return switch_channel_request(bus.fd(), 13, channel, 0x70, enable);
 }
 
-TEST_F(SimBoard, ChannelRequestKeepsOthersOffUntilReleased)
+// A channel request keeps others off until released.
+TEST_F(SimBoard, ChannelRequest)
 {
     in_child([] {
         EXPECT_THAT(std::vector({request(1, 1), flag(), request(1, 1)}),
@@ -138,7 +141,8 @@ TEST_F(SimBoard, ChannelRequestKeepsOthersOffUntilReleased)
                             sent(13, 0x70, {0, 0x80}), sent(13, 0x70, {0, 0})));
 }
 
-TEST_F(SimBoard, ChannelBusFromTheKernelLogCapturedOnce)
+// A channel's bus comes from the kernel log, captured once.
+TEST_F(SimBoard, ChannelBus)
 {
     // Without its directory no capture can be made: no line, bus 0.
     EXPECT_EQ(0, CmmFunGetI2CExtBus(13, 1));

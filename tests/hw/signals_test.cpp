@@ -31,7 +31,8 @@ void refuse_writes(const std::string& path)
     std::filesystem::create_symlink("/dev/full", path);
 }
 
-TEST(Gpio, EachCallWritesOneLineIntoItsFile)
+// Each call writes one line into its file.
+TEST(Gpio, Files)
 {
     const std::string exported = "/sys/class/gpio/export";
     EXPECT_THAT(std::vector({enable_gpio(40), set_gpio_direction(40, "in"),
@@ -63,7 +64,7 @@ TEST(Gpio, EachCallWritesOneLineIntoItsFile)
 }
 
 // A missing or refusing LED is not an error.
-TEST(MemFaultLed, WritesTheBrightnessOfTheDimmLed)
+TEST(MemFaultLed, Brightness)
 {
     make_dirs(led);
     EXPECT_EQ(0, CmmFunMemFaultLed(1, 11, 0, 255));
@@ -108,7 +109,7 @@ struct Interface : VethPairTest
 };
 
 // Up and down change only IFF_UP.
-TEST_F(Interface, UpDownAndMacAddress)
+TEST_F(Interface, UpDownMac)
 {
     const std::string longer = left_ + "-and-more";
     ASSERT_EQ(0, run_ip({"link", "set", left_, "promisc", "on"}));
@@ -143,7 +144,7 @@ TEST_F(Interface, UpDownAndMacAddress)
 }
 
 // A process that may open no descriptor gets no request socket.
-TEST(NetLink, NoSocketGivesMinusOne)
+TEST(NetLink, NoSocket)
 {
     EXPECT_EQ(0, exit_status_of([] {
                   const rlimit none{0, 0};

@@ -7,8 +7,6 @@
 #include <libkv/ipc.h>
 #include <libkv/platform.h>
 
-#include <cjson/cJSON.h>
-
 #include <span>
 
 namespace
@@ -16,9 +14,7 @@ namespace
 
 using namespace kv::hw::test;
 using kv::test::names_in;
-using testing::HasSubstr;
 using Bytes = std::vector<uint8_t>;
-using namespace std::string_literals;
 namespace fs = std::filesystem;
 
 const std::string dir = "/var/run/backplane/", earlier = "earlier result",
@@ -136,7 +132,7 @@ const Board boards[] = {
 };
 
 // The exact text the daemons read, one member a line, appended on each run.
-TEST_F(Platform, EveryBackplaneKindPublishesItsText)
+TEST_F(Platform, Backplanes)
 {
     struct Kind
     {
@@ -154,9 +150,7 @@ TEST_F(Platform, EveryBackplaneKindPublishesItsText)
         {f2p, 0, 31, 5, 0, "2p0", 'A', d2p_right_cfg, {}},
         {f2p, 1, 31, 5, 0xbf, "2p1", 'B', none, {}},
         {f8p, 0, 10, 6, 0, "8p0", 'A', d8p_right_cfg, {}},
-        {f8p, 1, 10, 6, 0, "8p1", 'A', none, {}},
         {f12p, 0, 8, 7, 0, "12p0", 'A', d12p_right_cfg, {19, 18}},
-        {f12p, 1, 8, 7, 0, "12p1", 'A', none, {19, 18}},
         {f12p, 0, 11, 7, 0x0b, "12p0", 'A', none, {17}},
         {f12p, 0, 24, 7, 0x98, "12p0", 'A', none, {17}},
         {f25p, 0, 9, 8, 0, "25p0", 'A', none, {}},
@@ -216,16 +210,15 @@ TEST_F(Platform, EveryBackplaneKindPublishesItsText)
         std::replace(want.begin(), want.end(), '\'', '"');
         EXPECT_EQ(want, published(k.file + std::string(".json")));
         EXPECT_EQ(k.enabled, sent_to_cpld({45, 1}));
-        EXPECT_THAT(error_lines(), IsEmpty());
+        EXPECT_EQ(0, error_lines());
     }
     EXPECT_EQ(KV_BACKPLANE_OK, f3p5(1, 31, 5, 0x3f, 0));
     EXPECT_EQ(want + want, published("3p5_2p1.json"));
 }
 
 // A failed step publishes nothing, or only the first line once the board
-// is known; a failed read is logged with its bus, device and register
-// (the transfers' order is that of the registers).
-TEST_F(Platform, BackplaneFailures)
+// is known; a failed read is logged.
+TEST_F(Platform, Failures)
 {
     struct Case
     {
@@ -234,24 +227,19 @@ TEST_F(Platform, BackplaneFailures)
         uint8_t identity;
         int result;
         unsigned failing = 0; // transfer made to fail, 0: none
-        const char* log = ""; // the failed read's "bus=..., address=..."
         uint8_t address = 0x3f, reg = 0;
     };
     const Case cases[] = {
         {f2p, 0, 4, 0, KV_BACKPLANE_NO_BUS},
-        {f8p, 0, 6, 0, KV_BACKPLANE_READ_FAILED, 0,
-         "bus=6, address=62 offset=2", 0x3e, 2},
+        {f8p, 0, 6, 0, KV_BACKPLANE_READ_FAILED, 0, 0x3e, 2},
         {f2p, 0, 5, 0x9f, KV_BACKPLANE_EVEN_PARITY},
         {f8p, 0, 5, 0x1f, KV_BACKPLANE_OTHER_BOARD},
         {f3p5, 28, 5, 0, KV_BACKPLANE_OTHER_BOARD},
         {f12p, 8, 7, 0x98, KV_BACKPLANE_OTHER_BOARD},
         {f12p, 9, 7, 0x89, KV_BACKPLANE_OTHER_BOARD},
-        {f2p, 0, 5, 0x1f, KV_BACKPLANE_READ_FAILED, 3,
-         "bus=5, address=63 offset=25"},
-        {f2p, 0, 5, 0, KV_BACKPLANE_READ_FAILED, 5,
-         "bus=5, address=63 offset=9"},
-        {f2p, 0, 5, 0, KV_BACKPLANE_READ_FAILED, 7,
-         "bus=5, address=63 offset=8"},
+        {f2p, 0, 5, 0x1f, KV_BACKPLANE_READ_FAILED, 3},
+        {f2p, 0, 5, 0, KV_BACKPLANE_READ_FAILED, 5},
+        {f2p, 0, 5, 0, KV_BACKPLANE_READ_FAILED, 7},
     };
     for (const Case& c : cases)
     {
@@ -271,23 +259,18 @@ TEST_F(Platform, BackplaneFailures)
                             : "<none>",
                   published("2p0.json"));
         EXPECT_THAT(sent_to_cpld({45, 1}), IsEmpty());
-        const auto lines = error_lines();
-        EXPECT_EQ(*c.log ? 1u : 0u, lines.size());
-        for (const std::string& line : lines)
-        {
-            EXPECT_THAT(line, HasSubstr("failed "s + c.log + ". back-plane"));
-        }
+        EXPECT_EQ(c.result == KV_BACKPLANE_READ_FAILED, error_lines());
     }
 }
 
-TEST_F(Platform, TwelveSlotChannelsAreSetEvenWhenTheObjectCannotBe)
+// Twelve-slot channels are set even when the object cannot be.
+TEST_F(Platform, TwelveSlot)
 {
     // A channel that does not answer is logged and passed over.
     fail_address(18, 0x3f, ENXIO);
     EXPECT_EQ(KV_BACKPLANE_OK, f12p(0, 8, 7, 0x3f, 0));
     EXPECT_EQ(1, device_memory(19, 0x3f)[45]);
-    EXPECT_THAT(error_lines(),
-                ElementsAre(testing::EndsWith(" write_cpld_reg ")));
+    EXPECT_EQ(1, error_lines());
 
     // Set after the identity read, before the object is written.
     fs::remove_all(dir);
@@ -299,7 +282,8 @@ TEST_F(Platform, TwelveSlotChannelsAreSetEvenWhenTheObjectCannotBe)
                             sent(19, 0x3f, {45, 1}), sent(18, 0x3f, {45, 1})));
 }
 
-TEST_F(Platform, PresenceOnlyBoardsAndTheBoardSequence)
+// Presence-only boards and the board sequence.
+TEST_F(Platform, Sequence)
 {
     const auto handle = [](const char* name, int id) {
         return backplane_board_handler(name, id, 5, 0x3f, 0);
@@ -323,7 +307,7 @@ TEST_F(Platform, PresenceOnlyBoardsAndTheBoardSequence)
     EXPECT_EQ(KV_BACKPLANE_EVEN_PARITY, backplane_board_detect());
 }
 
-TEST_F(Platform, M2PresenceBitsChooseThePositionsProbed)
+TEST_F(Platform, M2Presence)
 {
     // Position c is taken when bits c and c + 3 are both clear.
     const std::pair<uint8_t, std::vector<uint8_t>> cases[] = {
@@ -354,7 +338,8 @@ TEST_F(Platform, M2PresenceBitsChooseThePositionsProbed)
 
 // Eight cards fill the file; row 3 has no multiplexer and its card
 // answers on bus 12 for every position.
-TEST_F(Platform, NinthM2CardIsNotStored)
+// The ninth card is not stored.
+TEST_F(Platform, M2Full)
 {
     set_device_memory(6, 0x21, 1, {0x00});
     set_device_memory(10, 0x21, 1, {0x00});
@@ -376,7 +361,8 @@ TEST_F(Platform, NinthM2CardIsNotStored)
               published(m2_file));
 }
 
-TEST_F(Platform, M2ProbeSkipsHeldChannelsAndOtherCards)
+// The probe skips held channels and other cards.
+TEST_F(Platform, M2Skips)
 {
     // Another process holds row 1's multiplexer: nothing is sent to it.
     write_text(m2_file, earlier);
@@ -394,12 +380,11 @@ TEST_F(Platform, M2ProbeSkipsHeldChannelsAndOtherCards)
     EXPECT_EQ(0, mp2_card_detect());
     EXPECT_EQ(result_file({{5, 0x71, 0, 0}}), published(m2_file));
     EXPECT_EQ(0, channel_lock(5));
-    EXPECT_THAT(error_lines(),
-                ElementsAre(HasSubstr("bus=5, address=35 offset=0")));
+    EXPECT_EQ(1, error_lines());
 }
 
 // The messages on stdout repeat what the result file shows.
-TEST_F(Platform, IoExpanderCards)
+TEST_F(Platform, Iox)
 {
     // Register 4 of the module CPLD: bit n set, nothing at position n.
     write_text(iox_file, earlier);
@@ -431,7 +416,7 @@ TEST_F(Platform, IoExpanderCards)
     EXPECT_EQ(1, reads_of(10, 0x21));
 }
 
-TEST_F(Platform, RiserCard)
+TEST_F(Platform, Riser)
 {
     // Riser 12 with bit 7 or riser 4 without it; the card behind channel 1
     // (from 0) is recorded.

@@ -8,7 +8,7 @@
 
 KV_FUZZ_SANDBOX("/etc/snmp", "/var/lib", "/var/lib/net-snmp")
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+KV_FUZZ_TARGET
 {
     write_input("/etc/snmp/snmpd.conf", data, size);
     write_input("/var/lib/net-snmp/snmpd.conf", data, size);

@@ -27,7 +27,7 @@ KV_FUZZ_TARGET
     snmp_v3_user_free(&users);
     snmp_ver_status_set(SNMP_VERSION_V1, !v1);
     snmp_ver_status_set(SNMP_VERSION_V2C, !v2);
-    snmp_service_port_set(static_cast<uint16_t>(port + 1));
+    snmp_service_port_set(uint16_t(port + 1));
     snmp_community_set("fuzz");
     return 0;
 }

@@ -5,11 +5,9 @@
 
 #include <libkv/access.h>
 
-#include <unistd.h>
-
 KV_FUZZ_SANDBOX("/etc/user")
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+KV_FUZZ_TARGET
 {
     // The same text as both files: a line may be either kind.
     write_input("/etc/user/rules", data, size);

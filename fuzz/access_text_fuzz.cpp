@@ -7,22 +7,17 @@
 #include <libkv/access.h>
 
 #include <arpa/inet.h>
-#include <unistd.h>
-
-#include <cstring>
 
 KV_FUZZ_SANDBOX()
 
 // A prefix byte, then a text; a second text after the first '|' for the
 // checks that compare two.
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+KV_FUZZ_TARGET
 {
     if (size < 1)
-    {
         return 0;
-    }
     const uint8_t prefix = data[0];
-    const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
+    const std::string text((const char*)data + 1, size - 1);
     const auto bar = text.find('|');
     std::string first = text.substr(0, bar);
     std::string second = bar == text.npos ? "" : text.substr(bar + 1);

@@ -6,11 +6,9 @@
 
 #include <libkv/services.h>
 
-#include <cstring>
-
 KV_FUZZ_SANDBOX("/proc/self/net/bonding")
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+KV_FUZZ_TARGET
 {
     write_input("/proc/self/net/bonding/bond0", data, size);
     const int mode = net_mode_get();

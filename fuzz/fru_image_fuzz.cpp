@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // FRU images come from the EEPROMs of plug-in boards: any bytes must parse
 // or be refused without a stray read or write; whatever parses must build.
+#include "fuzz_input.h"
+
 #include <libkv/fru.h>
 
-#include <cstdint>
 #include <vector>
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+KV_FUZZ_TARGET
 {
     // An exact-size copy, so that a read past the image is caught.
     const std::vector<uint8_t> image(data, data + size);

@@ -5,7 +5,7 @@
 
 #include <libkv/fru.h>
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+KV_FUZZ_TARGET
 {
     write_input("fru.ini", data, size);
     fru_init();

@@ -6,10 +6,13 @@
 #include "sandbox.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <string>
 
 // Enters the sandbox and makes the folders `...` in it.
 #define KV_FUZZ_SANDBOX(...)                                                   \
@@ -21,6 +24,10 @@
         return 0;                                                              \
     }
 
+// The target's body, run on each input: `data`, `size` bytes.
+#define KV_FUZZ_TARGET                                                         \
+    extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+
 // Writes `data` to `path`: false when the file cannot be made.
 inline bool write_input(const char* path, const void* data, size_t size)
 {
@@ -29,10 +36,4 @@ inline bool write_input(const char* path, const void* data, size_t size)
 }
 
 // Stops the run on a broken promise, so that the fuzzer keeps the input.
-inline void require(bool promise)
-{
-    if (!promise)
-    {
-        std::abort();
-    }
-}
+#define require(promise) ((promise) ? void() : std::abort())

@@ -8,7 +8,7 @@
 KV_FUZZ_SANDBOX("/var/run/obmcinfo")
 
 // The first two bytes pick the bus and the channel, the rest is the capture.
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+KV_FUZZ_TARGET
 {
     if (size >= 2 &&
         write_input("/var/run/obmcinfo/i2c_dmesg", data + 2, size - 2))

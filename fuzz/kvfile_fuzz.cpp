@@ -5,21 +5,17 @@
 
 #include <libkv/foundation.h>
 
-#include <cstring>
-
 KV_FUZZ_SANDBOX()
 
 // The bytes up to the first NUL name the key, the rest is the file.
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+KV_FUZZ_TARGET
 {
     const char* file = "/tmp/fuzz.conf";
-    const char* key = reinterpret_cast<const char*>(data);
+    const char* key = (const char*)data;
     const size_t length = strnlen(key, size);
     if (length == size ||
         !write_input(file, key + length + 1, size - length - 1))
-    {
         return 0;
-    }
     char value[128];
     read_conf_value(file, key, value);
     char small[8];

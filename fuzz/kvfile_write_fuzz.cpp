@@ -6,16 +6,11 @@
 
 #include <libkv/foundation.h>
 
-#include <fstream>
 #include <iterator>
-#include <string>
 
-namespace
-{
+static const char* kFile = "/tmp/fuzz.conf";
 
-const char* kFile = "/tmp/fuzz.conf";
-
-std::string setting(const std::string& key)
+static std::string setting(const std::string& key)
 {
     char value[256];
     return read_conf_value_safe(kFile, key.c_str(), value, sizeof value, '=')
@@ -24,35 +19,29 @@ std::string setting(const std::string& key)
 }
 
 // The settings of the file's own two keys, except `key`.
-std::string others(const std::string& key)
+static std::string others(const std::string& key)
 {
     return (key == "alpha" ? "" : setting("alpha")) + "\n" +
            (key == "beta" ? "" : setting("beta"));
 }
 
-} // namespace
-
 KV_FUZZ_SANDBOX()
 
 // The key, a NUL, the value, a NUL, and lines the file holds after two
 // settings of its own.
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+KV_FUZZ_TARGET
 {
-    const std::string input(reinterpret_cast<const char*>(data), size);
+    const std::string input((const char*)data, size);
     const size_t key_end = input.find('\0');
     const size_t value_end = input.find('\0', key_end + 1);
     if (value_end == input.npos)
-    {
         return 0;
-    }
     const std::string key = input.substr(0, key_end);
     std::string value = input.substr(key_end + 1, value_end - key_end - 1);
     const std::string before =
         "alpha=1\nbeta=2\n" + input.substr(value_end + 1);
     if (!write_input(kFile, before.data(), before.size()))
-    {
         return 0;
-    }
     const std::string unchanged = others(key);
     const int result = write_conf_value(kFile, key.c_str(), value.c_str());
     require(result == 0 || result == -1);

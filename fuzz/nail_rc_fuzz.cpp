@@ -7,39 +7,26 @@
 #include <libkv/services.h>
 
 #include <cstdio>
-#include <cstring>
 
-namespace
+static void check(const MailConfig& c)
 {
-
-void check(const MailConfig& c)
-{
-    auto terminated = [](const auto& field) {
-        require(strnlen(field, sizeof field) < sizeof field);
+    auto terminated = [](const auto&... field) {
+        require(((strnlen(field, sizeof field) < sizeof field) && ...));
     };
-    terminated(c.user);
-    terminated(c.server);
-    terminated(c.password);
-    terminated(c.active);
+    terminated(c.user, c.server, c.password, c.active);
     for (const auto& recipient : c.recipients)
-    {
         terminated(recipient);
-    }
 }
-
-} // namespace
 
 KV_FUZZ_SANDBOX("/var/lib", "/var/lib/ipmi")
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+KV_FUZZ_TARGET
 {
     const char* written = "/var/lib/ipmi/written.rc";
     MailConfig config{};
     if (!write_input("/var/lib/ipmi/nail.rc", data, size) ||
         read_email_config(nullptr, &config) != 0)
-    {
         return 0;
-    }
     check(config);
     std::remove(written);
     write_email_config(written, &config);

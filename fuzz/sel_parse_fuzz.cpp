@@ -9,7 +9,6 @@
 #include <libkv/events.h>
 
 #include <algorithm>
-#include <cstring>
 #include <vector>
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
@@ -19,12 +18,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
     return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+KV_FUZZ_TARGET
 {
     if (size < 16)
-    {
         return 0;
-    }
     // Exact-size copies, so that a read past either is caught.
     const std::vector<uint8_t> rec(data, data + 16);
     SensorRecord sensor{};

@@ -8,7 +8,7 @@
 
 KV_FUZZ_SANDBOX("/etc/snmp", "/var/lib", "/var/lib/net-snmp")
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+KV_FUZZ_TARGET
 {
     write_input("/etc/snmp/snmpd.conf", data, size);
     write_input("/var/lib/net-snmp/snmpd.conf", data, size);
@@ -27,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     snmp_v3_user_free(&users);
     snmp_ver_status_set(SNMP_VERSION_V1, !v1);
     snmp_ver_status_set(SNMP_VERSION_V2C, !v2);
-    snmp_service_port_set(static_cast<uint16_t>(port + 1));
+    snmp_service_port_set(uint16_t(port + 1));
     snmp_community_set("fuzz");
     return 0;
 }

@@ -69,7 +69,7 @@ TEST(Sandbox, FilesAreWritableAndAResetEmptiesThem)
         EXPECT_FALSE(read_text(files[i])) << files[i];
     // The segment is gone too, and the work folder is /tmp.
     EXPECT_LT(shmget(0x4b56, 64, 0), 0);
-    EXPECT_STREQ("/tmp", get_current_dir_name());
+    EXPECT_EQ("/tmp", std::filesystem::current_path().string());
 }
 
 } // namespace

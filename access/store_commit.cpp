@@ -54,6 +54,8 @@ bool write_pending(const std::string& path, const std::string& key,
 
 } // namespace
 
+// The exported signature takes the path by value.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void modifyLineData(std::string path, const std::string& key,
                     const std::string& line)
 {

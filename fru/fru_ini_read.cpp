@@ -91,6 +91,7 @@ void set_field(uint8_t& type_len, uint8_t* data, const kv_fru_param& r)
     // A 64-character value wraps to 0x00 and fills the slot unterminated.
     type_len = static_cast<uint8_t>(KV_FRU_TYPE_ASCII + value.size());
     std::memset(data, 0, KV_FRU_FIELD_BYTES);
+    // NOLINTNEXTLINE(bugprone-not-null-terminated-result)
     std::memcpy(data, value.data(), value.size());
 }
 

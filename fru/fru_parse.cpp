@@ -96,7 +96,7 @@ int parse_area(const FruAreaView& view, std::span<const uint8_t> available,
     }
     *view.format_version = available[0];
     *view.length = available[1];
-    const std::size_t size = *view.length * 8u;
+    const std::size_t size = std::size_t{*view.length} * 8;
     if (size > kMaxAreaBytes || size > available.size() ||
         !sums_to_zero(available.first(size)))
     {
@@ -238,7 +238,7 @@ int parse_bin_date(const uint8_t* image, int length)
         {
             continue;
         }
-        const std::size_t start = area.offset * 8u;
+        const std::size_t start = std::size_t{area.offset} * 8;
         if (start >= bytes.size() || area.parse(bytes.subspan(start)) != 0)
         {
             return area.failure;

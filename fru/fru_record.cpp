@@ -16,7 +16,8 @@ static_assert(offsetof(kv_fru_record, board.field) == 669 + 6);
 static_assert(offsetof(kv_fru_record, product.checksum) == 2503);
 static_assert(sizeof(kv_fru_area_buffer) == 1028);
 static_assert(sizeof(kv_fru_buffers) == 5140);
-static_assert(offsetof(kv_fru_buffers, multirecord) == 4 * 1028);
+static_assert(offsetof(kv_fru_buffers, multirecord) ==
+              4 * sizeof(kv_fru_area_buffer));
 
 kv_fru_record fru;
 kv_fru_buffers fru_buff;

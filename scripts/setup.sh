@@ -1,7 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
 # Installs the Debian packages that libkv's build, tests and tools need: for
-# the stages named (plain, sanitize, armhf, bmc, fuzz, bench, coverage, tour),
+# the stages named (plain, sanitize, armhf, bmc, fuzz, package, bench,
+# coverage, tour),
 # or for all of them. Idempotent and quiet when everything is already there.
 #   sh scripts/setup.sh [STAGE]...
 set -eu
@@ -58,8 +59,18 @@ libfreeipmi-dev
 coverage="
 gcovr
 "
+# Debian packages of libkv, checked with lintian, hardening-check (in
+# devscripts), man and clang-tidy.
+package="
+dpkg-dev
+debhelper
+lintian
+devscripts
+man-db
+clang-tidy
+"
 
-stages=${*:-plain sanitize armhf bmc fuzz bench coverage tour}
+stages=${*:-plain sanitize armhf bmc fuzz package bench coverage tour}
 packages=""
 armhf=false
 for stage in $stages; do
@@ -70,6 +81,7 @@ for stage in $stages; do
     fuzz) packages="$packages $plain $fuzz" ;;
     bench) packages="$packages $plain $bench" ;;
     coverage) packages="$packages $plain $coverage" ;;
+    package) packages="$packages $plain $package" ;;
     *)
         echo "setup.sh: unknown stage '$stage'" >&2
         exit 2

@@ -6,17 +6,18 @@
 #   armhf     cross-build for the BMC's 32-bit ARM, run the suite under qemu-arm
 #   bmc       boot an emulated AST2600 BMC, run the hardware tests on its kernel
 #   fuzz      every fuzz target for 10 s on a clang build with the sanitizers
+#   package   build the Debian packages and check them, clang-tidy the library
 # and ends with the time each stage took.
-#   sh scripts/test.sh [plain|sanitize|armhf|bmc|fuzz]...
+#   sh scripts/test.sh [plain|sanitize|armhf|bmc|fuzz|package]...
 set -eu
 cd "$(dirname "$0")/.."
 
-stages=${*:-plain sanitize armhf bmc fuzz}
+stages=${*:-plain sanitize armhf bmc fuzz package}
 for stage in $stages; do
     case $stage in
-    plain | sanitize | armhf | bmc | fuzz) ;;
+    plain | sanitize | armhf | bmc | fuzz | package) ;;
     *)
-        echo "test.sh: unknown stage '$stage' (plain, sanitize, armhf, bmc, fuzz)" >&2
+        echo "test.sh: unknown stage '$stage' (plain, sanitize, armhf, bmc, fuzz, package)" >&2
         exit 2
         ;;
     esac
@@ -45,6 +46,7 @@ for stage in $stages; do
     armhf) sh scripts/test_armhf.sh ;;
     bmc) sh scripts/test_bmc.sh ;;
     fuzz) sh scripts/fuzz.sh 10 ;;
+    package) sh scripts/test_package.sh ;;
     esac
     times="$times
   $stage: $(($(date +%s) - start)) s"

@@ -14,6 +14,13 @@
 
 int main(int argc, char** argv)
 {
+    constexpr const char* kUsage =
+        "usage: kvsandbox [--] command [argument...]\n";
+    if (argc == 2 && std::strcmp(argv[1], "--help") == 0)
+    {
+        std::fputs(kUsage, stdout);
+        return 0;
+    }
     int first = 1;
     if (first < argc && std::strcmp(argv[first], "--") == 0)
     {
@@ -21,7 +28,7 @@ int main(int argc, char** argv)
     }
     if (first >= argc)
     {
-        std::fprintf(stderr, "usage: kvsandbox [--] command [argument...]\n");
+        std::fputs(kUsage, stderr);
         return 2;
     }
     const char* preload = std::getenv("LD_PRELOAD");

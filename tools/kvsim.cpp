@@ -28,13 +28,14 @@
 namespace
 {
 
-int usage()
+// On standard output when asked for, else on standard error.
+int usage(std::FILE* to, int status)
 {
-    std::fprintf(stderr,
+    std::fprintf(to,
                  "usage: kvsim BOARD-FILE [--] COMMAND [ARGUMENT...]\n"
                  "Runs COMMAND with /dev/i2c-N served by the simulated board "
                  "described in BOARD-FILE.\n");
-    return 2;
+    return status;
 }
 
 // The path of a library loaded into this process whose file name starts
@@ -141,6 +142,10 @@ void write_fru_device_table(const std::vector<kv::sim::FruDevice>& devices)
 
 int main(int argc, char** argv)
 {
+    if (argc == 2 && std::strcmp(argv[1], "--help") == 0)
+    {
+        return usage(stdout, 0);
+    }
     int first = 2;
     if (first < argc && std::strcmp(argv[first], "--") == 0)
     {
@@ -148,7 +153,7 @@ int main(int argc, char** argv)
     }
     if (first >= argc || argv[1][0] == '-')
     {
-        return usage();
+        return usage(stderr, 2);
     }
     try
     {

@@ -4,4 +4,5 @@
 #   sh debian/symbols.sh VERSION <list
 set -eu
 echo "libkv.so.1 libkv1 #MINVER#"
+echo "* Build-Depends-Package: libkv-dev"
 sed "s/\$/@Base $1/; s/^/ /"

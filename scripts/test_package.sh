@@ -27,12 +27,14 @@ git ls-files -z | xargs -0 tar -cf - | tar -xf - -C "$work/libkv"
 }
 lintian --fail-on error,warning --display-info "$work"/*.changes
 
-for deb in "$work"/*.deb; do
+# The three packages, without the detached debug symbols dh adds beside them.
+for deb in "$work"/libkv1_*.deb "$work"/libkv-dev_*.deb "$work"/libkv-tools_*.deb; do
     dpkg-deb -x "$deb" "$work/root"
 done
+# Control-flow protection is not among Debian 12's hardening flags.
 find "$work/root" -type f | while read -r file; do
     if [ "$(head -c 4 "$file")" = "$(printf '\177ELF')" ]; then
-        hardening-check --quiet "$file" || exit 1
+        hardening-check --quiet --nocfprotection "$file" || exit 1
     fi
 done
 
@@ -53,10 +55,13 @@ for page in "$work"/root/usr/share/man/man*/*; do
     warnings=$(LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -l "$page" 2>&1 >/dev/null)
     [ -z "$warnings" ] || { echo "$page: $warnings" >&2; exit 1; }
 done
-echo "package: $(ls "$work"/*.deb | wc -l) packages built and checked"
+echo "package: libkv1, libkv-dev and libkv-tools built and checked"
 
 # Only configured: clang-tidy needs the compile commands, not the objects.
-meson setup "$work/tidy" >/dev/null
+meson setup "$work/tidy" >"$work/tidy.log" || {
+    cat "$work/tidy.log"
+    exit 1
+}
 find foundation hw ipc fru platform events services access -name '*.cpp' |
     xargs -P 2 -n 8 clang-tidy -p "$work/tidy" --quiet --warnings-as-errors='*'
 echo "package: clang-tidy found nothing"

@@ -1,9 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
 # Installs the Debian packages that libkv's build, tests and tools need: for
-# the stages named (plain, sanitize, armhf, bmc, fuzz, package, bench,
-# coverage, tour),
-# or for all of them. Idempotent and quiet when everything is already there.
+# the stages named (plain, sanitize, armhf, bmc, powercut, fuzz, package,
+# bench, coverage, tour), or for all of them. Idempotent and quiet when everything is already there.
 #   sh scripts/setup.sh [STAGE]...
 set -eu
 
@@ -48,6 +47,10 @@ qemu-system-arm
 device-tree-compiler
 cpio
 "
+# Its disks in the power-cut stage: made and checked on the host.
+disks="
+e2fsprogs
+"
 fuzz="
 clang
 libclang-rt-14-dev
@@ -70,7 +73,7 @@ man-db
 clang-tidy
 "
 
-stages=${*:-plain sanitize armhf bmc fuzz package bench coverage tour}
+stages=${*:-plain sanitize armhf bmc powercut fuzz package bench coverage tour}
 packages=""
 armhf=false
 for stage in $stages; do
@@ -78,6 +81,7 @@ for stage in $stages; do
     plain | sanitize | tour) packages="$packages $plain" ;;
     armhf) packages="$packages $plain $cross" armhf=true ;;
     bmc) packages="$packages $plain $cross $guest" armhf=true ;;
+    powercut) packages="$packages $plain $cross $guest $disks" armhf=true ;;
     fuzz) packages="$packages $plain $fuzz" ;;
     bench) packages="$packages $plain $bench" ;;
     coverage) packages="$packages $plain $coverage" ;;

@@ -5,19 +5,21 @@
 #   sanitize  the same with the address and undefined-behaviour sanitizers
 #   armhf     cross-build for the BMC's 32-bit ARM, run the suite under qemu-arm
 #   bmc       boot an emulated AST2600 BMC, run the hardware tests on its kernel
+#   powercut  cut the emulated BMC's power while it rewrites files on its
+#             ext4 and jffs2 disks; every file must hold what was reported
 #   fuzz      every fuzz target for 10 s on a clang build with the sanitizers
 #   package   build the Debian packages and check them, clang-tidy the library
 # and ends with the time each stage took.
-#   sh scripts/test.sh [plain|sanitize|armhf|bmc|fuzz|package]...
+#   sh scripts/test.sh [plain|sanitize|armhf|bmc|powercut|fuzz|package]...
 set -eu
 cd "$(dirname "$0")/.."
 
-stages=${*:-plain sanitize armhf bmc fuzz package}
+stages=${*:-plain sanitize armhf bmc powercut fuzz package}
 for stage in $stages; do
     case $stage in
-    plain | sanitize | armhf | bmc | fuzz | package) ;;
+    plain | sanitize | armhf | bmc | powercut | fuzz | package) ;;
     *)
-        echo "test.sh: unknown stage '$stage' (plain, sanitize, armhf, bmc, fuzz, package)" >&2
+        echo "test.sh: unknown stage '$stage' (plain, sanitize, armhf, bmc, powercut, fuzz, package)" >&2
         exit 2
         ;;
     esac
@@ -45,6 +47,7 @@ for stage in $stages; do
         ;;
     armhf) sh scripts/test_armhf.sh ;;
     bmc) sh scripts/test_bmc.sh ;;
+    powercut) sh scripts/test_powercut.sh ;;
     fuzz) sh scripts/fuzz.sh 10 ;;
     package) sh scripts/test_package.sh ;;
     esac

@@ -55,6 +55,7 @@ libclang-rt-14-dev
 bench="
 libbenchmark-dev
 libfreeipmi-dev
+e2fsprogs
 "
 coverage="
 gcovr

@@ -4,6 +4,7 @@
 #include "access/store_files.h"
 #include "foundation/atomic_replace.h"
 #include "foundation/consumer_text.h"
+#include "foundation/durable_files.h"
 
 #include <libkv/access.h>
 #include <libkv/foundation.h>
@@ -85,7 +86,10 @@ int updateFile(const char* path, int commit)
     const std::string pending = kv::detail::pending_name(path);
     if (commit != 0)
     {
-        if (::rename(pending.c_str(), path) != 0)
+        // The commit is on the disk before it is reported: a failed sync
+        // of the directory is told as a failed rename.
+        if (::rename(pending.c_str(), path) != 0 ||
+            !kv::detail::sync_directory_of(path))
         {
             veldmarke_log(
                 "updateFile rename failed. errstr:%s, original:%s, dest:%s",

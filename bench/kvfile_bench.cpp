@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // key=value files against the floor. Reading: read_conf_value against a
 // bare fopen/fgets/strncmp scan for the same key. Writing a changed value:
-// write_conf_value against writing the file's new bytes to a scratch file
-// and renaming it over the file. The files live in KV_BENCH_DIR (default
-// /tmp, a tmpfs in kvsandbox); point it at a disk to see what the fsync
-// before the rename costs there.
+// write_conf_value against the least a write that survives a power cut
+// takes: the file's new bytes written to a scratch file and synced, the
+// scratch renamed over the file and the folder synced. The files live in
+// KV_BENCH_DIR (default /tmp, a tmpfs in kvsandbox); scripts/bench.sh runs
+// it on ext4 too, where the syncs cost.
 #include "side_by_side.h"
 
 #include <libkv/foundation.h>
@@ -100,12 +101,27 @@ void read_conf_value_vs_bare_scan(benchmark::State& state)
     }
 }
 
+// The durable floor: scratch written and synced, renamed, folder synced.
+void bare_replace(const std::string& path, const std::string& scratch,
+                  const std::string& folder, const std::string& text)
+{
+    const int fd = ::open(scratch.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    benchmark::DoNotOptimize(::write(fd, text.data(), text.size()));
+    benchmark::DoNotOptimize(::fsync(fd));
+    ::close(fd);
+    ::rename(scratch.c_str(), path.c_str());
+    const int dir = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY);
+    benchmark::DoNotOptimize(::fsync(dir));
+    ::close(dir);
+}
+
 // Both sides alternate between two values, so every call changes the file.
 void write_conf_value_vs_bare_replace(benchmark::State& state)
 {
     const std::string path = bench_file("kv_write.conf");
     const std::string bare_path = bench_file("kv_write_bare.conf");
     const std::string bare_scratch = bare_path + "_scratch";
+    const std::string folder = bench_file("");
     const char* values[] = {"first value", "second value"};
     const std::string texts[] = {settings(values[0]), settings(values[1])};
     put_file(path, texts[1]);
@@ -119,12 +135,8 @@ void write_conf_value_vs_bare_replace(benchmark::State& state)
                 write_conf_value(path.c_str(), kKey, values[ours_turn++ % 2]));
         },
         [&] {
-            const std::string& text = texts[bare_turn++ % 2];
-            const int fd = ::open(bare_scratch.c_str(),
-                                  O_WRONLY | O_CREAT | O_TRUNC, 0644);
-            benchmark::DoNotOptimize(::write(fd, text.data(), text.size()));
-            ::close(fd);
-            ::rename(bare_scratch.c_str(), bare_path.c_str());
+            bare_replace(bare_path, bare_scratch, folder,
+                         texts[bare_turn++ % 2]);
         },
         [] {});
     char value[128] = "";
@@ -145,7 +157,7 @@ int main(int argc, char** argv)
     benchmark::Initialize(&argc, argv);
     kv::bench::RatioReporter reporter(std::vector<kv::bench::Goal>{
         {"read_conf_value_vs_bare_scan", "at most 1.2"},
-        {"write_conf_value_vs_bare_replace", "at most 2"},
+        {"write_conf_value_vs_bare_replace", "at most 1.2"},
     });
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();

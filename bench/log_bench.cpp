@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // One classified log line (log_call) against the floor: opening the same
-// kind of file for appending, writing a line of the same length and closing
-// it. Both files are kept below the 4 MiB archive size between batches, so
-// every call measured is an ordinary append. Run it in kvsandbox: the log
-// lives under /run.
+// kind of file for appending, writing a line of the same length, syncing
+// its data and closing it. Both files are kept below the 4 MiB archive size
+// between batches, so every call measured is an ordinary append. Run it in
+// kvsandbox: the log lives under /run.
 #include "side_by_side.h"
 
 #include <libkv/foundation.h>
@@ -61,6 +61,7 @@ void log_call_vs_bare_append(benchmark::State& state)
             const int fd =
                 ::open(kBareLog, O_WRONLY | O_APPEND | O_CREAT, 0666);
             benchmark::DoNotOptimize(::write(fd, line.data(), line.size()));
+            benchmark::DoNotOptimize(::fdatasync(fd));
             ::close(fd);
         },
         [] {

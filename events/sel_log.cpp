@@ -2,6 +2,7 @@
 // The text SEL log: one line per decoded record in <dir>/sel.log, moved to
 // the SD card at 8 MiB.
 #include "foundation/consumer_text.h"
+#include "foundation/durable_files.h"
 
 #include <libkv/events.h>
 #include <libkv/foundation.h>
@@ -61,13 +62,15 @@ extern "C" int save_sel_to_file(uint32_t recordNo, uint32_t timestamp,
         errno = ENAMETOOLONG;
         return -1;
     }
-    if (access(dir, F_OK) != 0)
+    // 0644 on purpose: the log folder has always had it.
+    if (access(dir, F_OK) != 0 && mkdir(dir, 0644) == 0)
     {
-        mkdir(dir, 0644); // on purpose: the log folder has always had it
+        kv::detail::sync_directory_of(dir);
     }
     char line[kLineSize];
     const size_t length = format_line(line, recordNo, second, text);
-    if (write_file_str(path, line, length) < 0)
+    // The record's line is on the disk before the record counts as logged.
+    if (kv::detail::append_synced(path, line, length) < 0)
     {
         return -1;
     }

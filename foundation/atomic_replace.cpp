@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "foundation/atomic_replace.h"
 
+#include "foundation/durable_files.h"
 #include "foundation/resources.h"
 
 #include <fcntl.h>
@@ -112,14 +113,17 @@ ReplaceFailure discard(const char* scratch, ReplaceFailure failure)
     return failure;
 }
 
-// The rename that makes the written scratch file the target.
+// The rename that makes the written scratch file the target, and the
+// directory synced so that a power cut cannot bring the old file back. The
+// new file is in place by then: a failed sync removes nothing.
 ReplaceFailure put_in_place(const char* path, const char* scratch)
 {
     if (::rename(scratch, path) != 0)
     {
         return discard(scratch, ReplaceFailure::rename);
     }
-    return ReplaceFailure::none;
+    return sync_directory_of(path) ? ReplaceFailure::none
+                                   : ReplaceFailure::write;
 }
 
 // The first half of a replace: `scratch` whole and on the disk.

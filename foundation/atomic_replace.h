@@ -50,7 +50,9 @@ enum class ReplaceFailure
 {
     none,
     scratch, // the scratch file could not be created
-    write,   // `write` failed, or writing, flushing or closing it did
+    write,   // `write` failed, or writing, flushing or closing it did, or
+             // the sync of the directory after the rename (the file is in
+             // place then, but may not survive a power cut)
     rename,  // the rename over the target
 };
 
@@ -64,10 +66,10 @@ ReplaceFailure write_scratch(const char* path, const char* scratch,
 // Creates `scratch` exclusively (in the target's directory: callers name it
 // beside `path`) with the permissions, owner and group of the file it
 // replaces (`new_file` when there is none), lets `write`
-// fill it, checks every write and the close, flushes the data to the disk
-// and renames it over `path`. The scratch file is removed on every failure.
-// `write` returns false when it could not produce the whole content (a
-// failed read of the old file, say).
+// fill it, checks every write and the close, flushes the data to the disk,
+// renames it over `path` and syncs the directory. The scratch file is removed
+// on every failure. `write` returns false when it could not produce the whole
+// content (a failed read of the old file, say).
 ReplaceFailure replace_file(const char* path, const char* scratch,
                             ScratchName kind,
                             const std::function<bool(std::FILE*)>& write,

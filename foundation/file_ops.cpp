@@ -2,6 +2,7 @@
 // Whole-file helpers: size, copy, sub-directory lookup and the SEL log
 // rollover to the SD card.
 #include "foundation/atomic_replace.h"
+#include "foundation/durable_files.h"
 #include "foundation/resources.h"
 
 #include <libkv/foundation.h>
@@ -39,10 +40,18 @@ bool copy_stream(std::FILE* from, std::FILE* to)
 
 // rename(), or what mv does when the two names lie on different file
 // systems (the SD card is one of its own): copy, then remove the original.
-// The copy appears under its name only once it is whole.
+// The copy appears under its name only once it is whole. Either way the
+// move is on the disk when it returns: a power cut must not lose the log or
+// bring the moved one back.
 void move_file(const char* from, const char* to)
 {
-    if (std::rename(from, to) == 0 || errno != EXDEV)
+    if (std::rename(from, to) == 0)
+    {
+        kv::detail::sync_directory_of(to);
+        kv::detail::sync_directory_of(from);
+        return;
+    }
+    if (errno != EXDEV)
     {
         return;
     }

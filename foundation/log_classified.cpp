@@ -2,6 +2,7 @@
 // Classified persistent log: one live file per log type, archived to the SD
 // card and restarted once it reaches 4 MiB.
 #include "foundation/consumer_text.h"
+#include "foundation/durable_files.h"
 #include "foundation/resources.h"
 
 #include <libkv/foundation.h>
@@ -82,12 +83,14 @@ void append_whole_file(std::FILE* from, std::FILE* to)
 // end, which measures it as save_log_to_nv_storage does. The first line of a
 // type (no file yet), a file that cannot be both read and written, and a
 // full one go the whole way through save_log_to_nv_storage, with its
-// messages, and then restart or append as it says.
-UniqueFd open_live(int type)
+// messages, and then restart or append as it says. `renewed` is set on that
+// way, where the file may have just been made.
+UniqueFd open_live(int type, bool& renewed)
 {
     const char* path = log_path[type];
     UniqueFd live(::open(path, O_RDWR | O_APPEND | O_CLOEXEC));
-    if (live && ::lseek(live.get(), 0, SEEK_END) < kArchiveThreshold)
+    renewed = !live || ::lseek(live.get(), 0, SEEK_END) >= kArchiveThreshold;
+    if (!renewed)
     {
         return live;
     }
@@ -142,9 +145,16 @@ extern "C" int save_log_to_nv_storage(int type, const char* path)
     {
         char name[256];
         archive_name(type, name);
+        // The caller empties the live file next: the copy must be on the
+        // card first, or a power cut loses both. A new archive name is
+        // synced into its folder too.
         if (UniqueFile archive = kv::detail::open_file(name, "a"))
         {
             append_whole_file(live.get(), archive.get());
+            if (std::fflush(archive.get()) == 0)
+            {
+                kv::detail::sync_written(fileno(archive.get()), name, true);
+            }
         }
     }
     else
@@ -177,7 +187,8 @@ extern "C" int log_call(int type, const char* format, ...)
     std::vsnprintf(message, sizeof message, format, args);
     va_end(args);
 
-    const UniqueFd live = open_live(type);
+    bool renewed = false;
+    const UniqueFd live = open_live(type, renewed);
     if (!live)
     {
         return -1;
@@ -189,6 +200,9 @@ extern "C" int log_call(int type, const char* format, ...)
     char line[sizeof stamp + sizeof message + 1];
     const int length =
         std::snprintf(line, sizeof line, "%s-%s\n", stamp, text.c_str());
+    // On the disk before the call returns; a failure is no more reported
+    // than a failed write.
     write_line(live.get(), line, static_cast<size_t>(length));
+    kv::detail::sync_written(live.get(), log_path[type], renewed);
     return 0;
 }

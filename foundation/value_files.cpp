@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Single values and short texts in sysfs-style files. Each helper keeps the
 // return convention its callers already test.
+#include "foundation/durable_files.h"
 #include "foundation/resources.h"
 
 #include <libkv/foundation.h>
@@ -26,18 +27,34 @@ using kv::detail::UniqueFile;
 enum class WriteMode
 {
     truncate,
-    append
+    append,
+    // An append to a log, on the disk when the call returns. Value files
+    // are never synced: sysfs and proc refuse it and /run has no disk.
+    append_synced,
 };
 
-UniqueFd open_for_write(const char* path, WriteMode mode)
+// `created` is only told for a synced append, which needs to know.
+UniqueFd open_for_write(const char* path, WriteMode mode, bool& created)
 {
+    created = false;
     if (path == nullptr)
     {
         return UniqueFd();
     }
+    if (mode == WriteMode::append_synced)
+    {
+        return kv::detail::open_or_create(path, O_WRONLY | O_APPEND | O_CLOEXEC,
+                                          0666, created);
+    }
     const int flags = O_WRONLY | O_CREAT | O_CLOEXEC |
                       (mode == WriteMode::truncate ? O_TRUNC : O_APPEND);
     return UniqueFd(::open(path, flags, 0666));
+}
+
+UniqueFd open_for_write(const char* path, WriteMode mode)
+{
+    bool created = false;
+    return open_for_write(path, mode, created);
 }
 
 // sysfs attributes take a value in one write(), so no stdio buffering here.
@@ -69,7 +86,8 @@ int write_bytes(const char* path, WriteMode mode, const void* buf, size_t n)
     {
         return -1;
     }
-    UniqueFd fd = open_for_write(path, mode);
+    bool created = false;
+    UniqueFd fd = open_for_write(path, mode, created);
     if (!fd)
     {
         return -1;
@@ -77,6 +95,11 @@ int write_bytes(const char* path, WriteMode mode, const void* buf, size_t n)
     if (const int cause = write_all(fd.get(), buf, n); cause < 0)
     {
         return fail(cause, -1);
+    }
+    if (mode == WriteMode::append_synced &&
+        !kv::detail::sync_written(fd.get(), path, created))
+    {
+        return -1;
     }
     return static_cast<int>(n);
 }
@@ -108,6 +131,16 @@ int read_first_line(const char* path, char* buf, int n)
 }
 
 } // namespace
+
+namespace kv::detail
+{
+
+int append_synced(const char* path, const void* buf, size_t n)
+{
+    return write_bytes(path, WriteMode::append_synced, buf, n);
+}
+
+} // namespace kv::detail
 
 extern "C" int read_file_value_error(const char* path, int* value)
 {

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // The fru.ini template the fru tool writes on request.
+#include "foundation/durable_files.h"
 #include "foundation/resources.h"
 
 #include <libkv/fru.h>
+
+#include <fcntl.h>
 
 #include <cstdio>
 #include <cstring>
@@ -47,11 +50,16 @@ int config_default_ini(char lines[][KV_FRU_INI_LINE_BYTES], int count,
     {
         return KV_FRU_INI_NULL_ARGUMENT;
     }
-    kv::detail::UniqueFile file = kv::detail::open_file(path, "w+");
+    // "w+", the file created or emptied, in two steps to know which.
+    bool created = false;
+    kv::detail::UniqueFd fd = kv::detail::open_or_create(
+        path, O_RDWR | O_TRUNC | O_CLOEXEC, 0666, created);
+    kv::detail::UniqueFile file(fd ? ::fdopen(fd.get(), "w+") : nullptr);
     if (!file)
     {
         return KV_FRU_INI_NOT_CREATED;
     }
+    fd.release();
     for (int i = 0; i < count; ++i)
     {
         // A full slot has no terminator; it is written up to its end.
@@ -61,6 +69,12 @@ int config_default_ini(char lines[][KV_FRU_INI_LINE_BYTES], int count,
         {
             std::fputc('\n', file.get());
         }
+    }
+    // On the disk when it returns; a failure goes unreported, as a failed
+    // write always has.
+    if (std::fflush(file.get()) == 0)
+    {
+        kv::detail::sync_written(fileno(file.get()), path, created);
     }
     return 0;
 }

@@ -58,6 +58,7 @@ libclang-rt-14-dev
 bench="
 libbenchmark-dev
 libfreeipmi-dev
+e2fsprogs
 "
 coverage="
 gcovr

@@ -37,6 +37,8 @@ int main(int argc, char** argv)
         if (call == "log_call")
             log_call(KV_LOG_ERROR, "i2c rw data failed bus=%u. %s:%d %s", 3u,
                      "probe", 1, "main");
+        else if (call == "save_sel_to_file")
+            save_sel_to_file(1, 0, 2, "probe", "/tmp");
         else if (call == "read_conf_value")
             read_conf_value(conf, "key_20", text);
         else if (call.starts_with("write_conf_value"))

@@ -125,7 +125,9 @@ std::string base3(Generation generation)
     return digits;
 }
 
-const std::string kSelDir = "/sel";
+// Beside the SD card's archive folder, so that the rollover is a rename
+// (across file systems it is a copy through the rewrite path).
+const std::string kSelDir = "/media/card/sel";
 const std::string kActionLog = "/var/BMCInfo/Development/Log/bmc/log_action";
 constexpr int kIniRows = 30;
 constexpr int kIniProductSerial = 22;
@@ -136,7 +138,7 @@ std::vector<Writer> writers()
     const std::string conf = root + "/conf/settings.conf";
     const std::string json = root + "/conf/state.json";
     const std::string mail = root + "/mail/nail.rc";
-    const std::string sel = root + kSelDir + "/sel.log";
+    const std::string sel = kSelDir + "/sel.log";
     return {
         {"conf", conf,
          [=](Generation g) {
@@ -244,16 +246,16 @@ std::vector<Writer> writers()
              return found(
                  number({reinterpret_cast<const char*>(serial.data), length}));
          }},
-        {"sel", root + kSelDir,
+        {"sel", kSelDir,
          [=](Generation g) {
              // Every 4th record rolls the log over to the SD card: the log
              // is grown to the limit by a hole first.
-             if (g % 4 == 0 && fs::exists(sel))
+             if (g % 4 == 0 && fs::exists(sel) &&
+                 fs::file_size(sel) < kSelRollover)
                  fs::resize_file(sel, kSelRollover);
              const std::string text = "generation " + text_of(g);
              return save_sel_to_file(uint32_t(g), uint32_t(1700000000 + g), 0,
-                                     text.c_str(),
-                                     (root + kSelDir).c_str()) == 0;
+                                     text.c_str(), kSelDir.c_str()) == 0;
          },
          [=] {
              std::string log = fs::exists(sel) ? slurp(sel) : "";
@@ -329,9 +331,10 @@ bool bind_fixed_paths()
         if (::mount((root + dir).c_str(), dir, nullptr, MS_BIND, nullptr) != 0)
             return false;
     }
-    for (const char* dir : {"/conf", "/mail", "/fru", "/sel"})
+    for (const char* dir : {"/conf", "/mail", "/fru"})
         fs::create_directories(root + dir);
     fs::create_directories("/media/card/sellog");
+    fs::create_directories(kSelDir);
     fs::create_directories(fs::path(kActionLog).parent_path());
     // The agent's file as installed, with the line the community lives on.
     if (!fs::exists("/etc/snmp/snmpd.conf"))

@@ -74,8 +74,8 @@ copy_libraries() {
     done
 }
 
-# make_initramfs INIT PROGRAM...: $work/initramfs.cpio.gz with INIT as
-# /init, the modules of load_order, libkv and each PROGRAM (a path in the
+# make_initramfs PROGRAM...: $work/initramfs.cpio.gz with tests/bmc/init.sh
+# as /init, the modules of load_order, libkv and each PROGRAM (a path in the
 # build folder and where it goes, "tools/fru:/bin") with the libraries they
 # need, and the loader.
 make_initramfs() {
@@ -83,9 +83,8 @@ make_initramfs() {
     rm -rf "$rootfs"
     mkdir -p "$rootfs/bin" "$rootfs/lib/modules" "$rootfs/usr/lib" "$rootfs/tests"
     cp "$work/busybox/bin/busybox" "$rootfs/bin/"
-    cp "$1" "$rootfs/init"
+    cp tests/bmc/init.sh "$rootfs/init"
     chmod 755 "$rootfs/init"
-    shift
     for file in $load_order; do
         cp "$file" "$rootfs/lib/modules/"
         basename "$file" >>"$rootfs/lib/modules/load-order"

@@ -17,7 +17,9 @@ set -eu
 cd "$(dirname "$0")/.."
 
 work=build-armhf/powercut
-cycles=${KV_POWERCUT_CYCLES:-12}
+# Both file systems are cut at once: a boot is two cuts.
+boots=$(((${KV_POWERCUT_CYCLES:-12} + 1) / 2))
+cycles=$((boots * 2))
 seed=${KV_POWERCUT_SEED:-$(od -An -N4 -tu4 /dev/urandom | tr -d ' ')}
 
 sh scripts/setup.sh bmc powercut
@@ -30,11 +32,11 @@ for module in sdhci sdhci-pltfm sdhci-of-aspeed jbd2 mbcache crc16 crc32c_generi
     ofpart spi-nor spi-aspeed-smc jffs2; do
     add_module "$module"
 done
-make_initramfs tests/powercut/init.sh tests/powercut/powercut_guest:/tests
+make_initramfs tests/powercut/powercut_guest:/tests
 
 emmc=$work/emmc.img
 fmc=$work/fmc.img
-rm -f "$emmc" "$fmc"
+rm -f "$emmc" "$fmc" "$work"/console-*
 truncate -s 64M "$emmc"
 mkfs.ext4 -q "$emmc"
 # An erased NOR flash reads as 0xFF.
@@ -112,7 +114,6 @@ boot() {
 }
 
 boot 0 control
-boots=$(((cycles + 1) / 2))
 n=1
 while [ "$n" -le "$boots" ]; do
     boot "$n" loop

@@ -54,7 +54,7 @@ struct Found
 struct Writer
 {
     const char* name;
-    std::string file; // the file the writer leaves; 0 while it is missing
+    std::string file; // what it leaves; generation 0 while that is missing
     std::function<bool(Generation)> write;
     std::function<Found()> read;
 };

@@ -12,22 +12,29 @@ multiarch=arm-linux-gnueabihf
 kernel_package=$(apt-cache depends linux-image-armmp:armhf |
     sed -n 's/^ *Depends: \(linux-image-[0-9].*-armmp\).*/\1/p' | head -n 1)
 [ -n "$kernel_package" ] || { echo "bmc_guest: no armmp kernel package" >&2; exit 1; }
-mkdir -p "$work/debs"
-for package in "$kernel_package" busybox-static; do
-    ls "$work/debs/${package}_"*_armhf.deb >/dev/null 2>&1 ||
-        (cd "$work/debs" && apt-get download -q "$package:armhf" >/dev/null 2>&1) || {
-        echo "bmc_guest: cannot download $package:armhf" >&2
-        exit 1
-    }
-done
-kernel_deb=$(ls "$work/debs/${kernel_package}_"*_armhf.deb | tail -n 1)
+# fetch PACKAGE...: Debian's armhf packages into $work/debs, once; deb
+# PACKAGE: the file.
+fetch() {
+    mkdir -p "$work/debs"
+    for package in "$@"; do
+        ls "$work/debs/${package}_"*_armhf.deb >/dev/null 2>&1 ||
+            (cd "$work/debs" && apt-get download -q "$package:armhf" >/dev/null 2>&1) || {
+            echo "bmc_guest: cannot download $package:armhf" >&2
+            exit 1
+        }
+    done
+}
+deb() {
+    ls "$work/debs/${1}_"*_armhf.deb | tail -n 1
+}
+fetch "$kernel_package" busybox-static
+kernel_deb=$(deb "$kernel_package")
 if [ ! -f "$work/kernel/.from" ] || [ "$(cat "$work/kernel/.from")" != "$kernel_deb" ]; then
     rm -rf "$work/kernel"
     dpkg-deb -x "$kernel_deb" "$work/kernel"
     echo "$kernel_deb" >"$work/kernel/.from"
 fi
-[ -x "$work/busybox/bin/busybox" ] ||
-    dpkg-deb -x "$(ls "$work/debs/busybox-static_"*_armhf.deb | tail -n 1)" "$work/busybox"
+[ -x "$work/busybox/bin/busybox" ] || dpkg-deb -x "$(deb busybox-static)" "$work/busybox"
 version=${kernel_package#linux-image-}
 modules=$work/kernel/lib/modules/$version
 
@@ -75,9 +82,9 @@ copy_libraries() {
 }
 
 # make_initramfs PROGRAM...: $work/initramfs.cpio.gz with tests/bmc/init.sh
-# as /init, the modules of load_order, libkv and each PROGRAM (a path in the
-# build folder and where it goes, "tools/fru:/bin") with the libraries they
-# need, and the loader.
+# as /init, the modules of load_order, libkv and each PROGRAM (a file and the
+# folder it goes to, "build-armhf/tools/fru:/bin") with the libraries they
+# need, found in library_dirs, and the loader.
 make_initramfs() {
     rootfs=$work/rootfs
     rm -rf "$rootfs"
@@ -92,7 +99,7 @@ make_initramfs() {
     cp "$build/libkv.so.1" "$rootfs/usr/lib/"
     copy_libraries "$rootfs/usr/lib/libkv.so.1"
     for program in "$@"; do
-        cp "$build/${program%%:*}" "$rootfs${program#*:}/"
+        cp "${program%%:*}" "$rootfs${program#*:}/"
         copy_libraries "$rootfs${program#*:}/$(basename "${program%%:*}")"
     done
     for dir in $library_dirs; do

@@ -22,7 +22,7 @@ meson compile -C build-armhf -j 2 kv fru bmc_guest_test
 for module in i2c-aspeed i2c-dev at24 i2c-mux-pca954x bonding mdio-aspeed ftgmac100 gpio-aspeed; do
     add_module "$module"
 done
-make_initramfs tools/fru:/bin tests/bmc/bmc_guest_test:/tests
+make_initramfs build-armhf/tools/fru:/bin build-armhf/tests/bmc/bmc_guest_test:/tests
 
 # The devices: two 24C256 parts on bus 3, a PCA9546 on bus 4 and a part on
 # each of its first two channels (QEMU names the channel buses i2c.0 to
